@@ -1,0 +1,17 @@
+// The system log. Every line of the daemon goes through vyxLog: formatted into a zero-filled
+// buffer of 900 bytes with a limit of 899, then handed to syslog (ident "vyxstaged", facility
+// daemon). On a host (VYXSTAGED_ROOT set) lines are mirrored to stderr.
+#pragma once
+
+#include <syslog.h>
+
+constexpr int VYX_LOG_BUFFER = 900;
+
+void vyxLog(int priority, const char *format, ...) __attribute__((format(printf, 2, 3)));
+
+// Tests capture lines with their priority instead of (not in addition to) syslog.
+typedef void (*VyxLogSink)(int priority, const char *line, void *context);
+void vyxLogSetSink(VyxLogSink sink, void *context);
+
+// Safe text for a "%s" whose argument may be null.
+inline const char *logText(const char *text) { return text ? text : "NULL"; }
