@@ -21,7 +21,5 @@ int isVyxAppPresent();
 
 // Starts a run (only while none is in progress).
 void initiateFileDownload();
-// Called by the listing that starts a run, once it is cached.
-void startFileDownload();
 
 void appdownloadMemoryFree();

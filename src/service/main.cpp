@@ -1,0 +1,7 @@
+#include "service/service.h"
+
+int main() {
+    if (serviceStart())
+        serviceRun();
+    return serviceFinish();
+}

@@ -1,0 +1,61 @@
+// Ground for tests that run daemon modules in-process: a private bus (GTestDBus), a root
+// directory of their own, captured log lines, a fake clock and an exit that returns.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gio/gio.h>
+
+#include "platform/bus.h"
+
+struct LogLine {
+    int priority;
+    std::string text;
+};
+
+class LogCapture {
+  public:
+    static void install();
+    static void clear();
+    static const std::vector<LogLine> &lines();
+    static bool has(int priority, const std::string &text);     // exact line
+    static bool hasText(const std::string &text);               // exact line, any priority
+    static bool contains(const std::string &fragment);          // a line containing it
+    static int count(const std::string &text);                  // exact lines
+    static std::string dump();
+};
+
+// The fake host: time moves only when a test or a blocking pause moves it.
+struct FakeHost {
+    static void install();
+    static int64_t now;
+    static std::vector<unsigned> sleeps;
+    static int exits;
+    static int lastExitStatus;
+    static void advance(int64_t seconds) { now += seconds; }
+};
+
+// Iterates the default main context until `done` holds or `timeoutMs` passes.
+::testing::AssertionResult waitUntil(const std::function<bool()> &done, const std::string &what,
+                                     int timeoutMs = 5000);
+// Lets the main loop run for a while, for checks that something does NOT happen.
+void spinFor(int milliseconds);
+
+class BusTest : public ::testing::Test {
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+    std::string root() const { return m_root; }
+    std::string rooted(const std::string &absolute) const { return m_root + absolute; }
+    void writeFile(const std::string &absolute, const std::string &content) const;
+    bool fileExists(const std::string &absolute) const;
+    std::string readFile(const std::string &absolute) const;
+
+  private:
+    GTestDBus *m_bus = nullptr;
+    std::string m_root;
+};

@@ -1,0 +1,147 @@
+#include "fake_service.h"
+
+#include <gtest/gtest.h>
+
+#include "bus_test.h"
+
+static std::map<BusHandle *, FakeService *> &registry() {
+    static std::map<BusHandle *, FakeService *> fakes;
+    return fakes;
+}
+
+std::string RecordedCall::uri() const {
+    return "velto://" + service + (category == "/" ? "" : category) + "/" + method;
+}
+
+std::vector<RecordedCall> &FakeService::all() {
+    static std::vector<RecordedCall> calls;
+    return calls;
+}
+
+std::vector<std::string> FakeService::allUris() {
+    std::vector<std::string> uris;
+    for (const RecordedCall &call : all())
+        uris.push_back(call.uri());
+    return uris;
+}
+
+FakeService::FakeService(std::string name) : m_name(std::move(name)) {}
+
+FakeService::~FakeService() { stop(); }
+
+FakeService &FakeService::reply(const std::string &category, const std::string &method,
+                                std::string payload) {
+    return handle(category, method, [payload](BusHandle *handle, BusMessage *message) {
+        KSMessageReply(handle, message, payload.c_str(), nullptr);
+    });
+}
+
+FakeService &FakeService::handle(const std::string &category, const std::string &method,
+                                 Responder responder) {
+    m_responders[category][method] = std::move(responder);
+    return *this;
+}
+
+FakeService &FakeService::silent(const std::string &category, const std::string &method) {
+    // Holding a reference keeps the call unanswered for the life of the test.
+    return handle(category, method, [](BusHandle *, BusMessage *message) { KSMessageRef(message); });
+}
+
+bool FakeService::dispatch(BusHandle *handle, BusMessage *message, void *) {
+    auto found = registry().find(handle);
+    if (found == registry().end())
+        return true;
+    FakeService *self = found->second;
+    RecordedCall call{self->m_name, KSMessageGetCategory(message), KSMessageGetMethod(message),
+                      KSMessageGetPayload(message)};
+    self->m_calls.push_back(call);
+    all().push_back(call);
+    auto &methods = self->m_responders[call.category];
+    auto responder = methods.find(call.method);
+    if (responder != methods.end())
+        responder->second(handle, message);
+    return true;
+}
+
+bool FakeService::start() {
+    if (m_handle)
+        return true;
+    BusError error;
+    KSErrorInit(&error);
+    if (!KSRegister(m_name.c_str(), &m_handle, &error)) {
+        ADD_FAILURE() << "cannot own " << m_name << ": " << (error.message ? error.message : "");
+        KSErrorFree(&error);
+        return false;
+    }
+    registry()[m_handle] = this;
+    for (auto &[category, methods] : m_responders) {
+        std::vector<BusMethod> table;
+        for (auto &entry : methods)
+            table.push_back({entry.first.c_str(), dispatch, 0});
+        table.push_back({nullptr, nullptr, 0});
+        if (!KSRegisterCategory(m_handle, category.c_str(), table.data(), nullptr, nullptr,
+                                &error))
+            ADD_FAILURE() << "cannot publish " << m_name << category << ": "
+                          << (error.message ? error.message : "");
+    }
+    KSErrorFree(&error);
+    return true;
+}
+
+void FakeService::stop() {
+    if (!m_handle)
+        return;
+    registry().erase(m_handle);
+    KSUnregister(m_handle, nullptr);
+    m_handle = nullptr;
+}
+
+std::vector<RecordedCall> FakeService::calls(const std::string &method) const {
+    std::vector<RecordedCall> found;
+    for (const RecordedCall &call : m_calls)
+        if (call.method == method)
+            found.push_back(call);
+    return found;
+}
+
+int FakeService::count(const std::string &method) const {
+    return static_cast<int>(calls(method).size());
+}
+
+std::string FakeService::lastPayload(const std::string &method) const {
+    auto found = calls(method);
+    return found.empty() ? "" : found.back().payload;
+}
+
+// ---------------------------------------------------------------------------------------------
+
+BusClient::BusClient() {
+    BusError error;
+    KSErrorInit(&error);
+    if (!KSRegister(nullptr, &m_handle, &error))
+        ADD_FAILURE() << "cannot connect: " << (error.message ? error.message : "");
+    KSErrorFree(&error);
+}
+
+BusClient::~BusClient() {
+    if (m_handle)
+        KSUnregister(m_handle, nullptr);
+}
+
+bool BusClient::onReply(BusHandle *, BusMessage *reply, void *context) {
+    static_cast<BusClient *>(context)->m_replies.push_back(KSMessageGetPayload(reply));
+    return true;
+}
+
+bool BusClient::send(const std::string &uri, const std::string &payload) {
+    return KSCall(m_handle, uri.c_str(), payload.c_str(), onReply, this, nullptr, nullptr);
+}
+
+std::string BusClient::call(const std::string &uri, const std::string &payload, int timeoutMs) {
+    size_t before = m_replies.size();
+    if (!send(uri, payload))
+        return "";
+    if (!waitUntil([&] { return m_replies.size() > before; }, "reply to " + uri, timeoutMs))
+        return "";
+    return m_replies[before];
+}

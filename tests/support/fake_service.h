@@ -1,0 +1,74 @@
+// A platform service played by a test: owns a bus name, answers the methods it is given, and
+// records every call it receives, in one order shared by all fakes.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/bus.h"
+
+struct RecordedCall {
+    std::string service;
+    std::string category;
+    std::string method;
+    std::string payload;
+    std::string uri() const; // velto://service[/category]/method
+};
+
+class FakeService {
+  public:
+    // Gets the call; replies through KSMessageReply, or keeps a reference to answer later.
+    using Responder = std::function<void(BusHandle *, BusMessage *)>;
+
+    explicit FakeService(std::string name);
+    ~FakeService();
+    FakeService(const FakeService &) = delete;
+    FakeService &operator=(const FakeService &) = delete;
+
+    // category is "/" or "/cat"; the fixed reply is sent as it is.
+    FakeService &reply(const std::string &category, const std::string &method, std::string payload);
+    FakeService &handle(const std::string &category, const std::string &method, Responder responder);
+    // Sends no reply at all: the caller's callback never runs.
+    FakeService &silent(const std::string &category, const std::string &method);
+
+    bool start(); // owns the name and publishes the methods
+    void stop();  // gives the name up: callers then get the "not running" reply
+    bool running() const { return m_handle != nullptr; }
+    const std::string &name() const { return m_name; }
+
+    std::vector<RecordedCall> calls(const std::string &method) const;
+    int count(const std::string &method) const;
+    std::string lastPayload(const std::string &method) const;
+
+    // Every call received by any fake, in arrival order.
+    static std::vector<RecordedCall> &all();
+    static std::vector<std::string> allUris();
+
+  private:
+    static bool dispatch(BusHandle *handle, BusMessage *message, void *context);
+
+    std::string m_name;
+    BusHandle *m_handle = nullptr;
+    std::map<std::string, std::map<std::string, Responder>> m_responders; // category -> method
+    std::vector<RecordedCall> m_calls;
+};
+
+// A caller on the bus, as another application would be.
+class BusClient {
+  public:
+    BusClient();
+    ~BusClient();
+    // Calls and waits for the first reply; returns the reply payload or "" on timeout.
+    std::string call(const std::string &uri, const std::string &payload, int timeoutMs = 5000);
+    // Calls without waiting; replies are collected in replies().
+    bool send(const std::string &uri, const std::string &payload);
+    const std::vector<std::string> &replies() const { return m_replies; }
+    BusHandle *handle() const { return m_handle; }
+
+  private:
+    static bool onReply(BusHandle *handle, BusMessage *reply, void *context);
+    BusHandle *m_handle = nullptr;
+    std::vector<std::string> m_replies;
+};
