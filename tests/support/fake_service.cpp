@@ -43,8 +43,11 @@ FakeService &FakeService::handle(const std::string &category, const std::string 
 }
 
 FakeService &FakeService::silent(const std::string &category, const std::string &method) {
-    // Holding a reference keeps the call unanswered for the life of the test.
-    return handle(category, method, [](BusHandle *, BusMessage *message) { KSMessageRef(message); });
+    // Holding a reference keeps the call unanswered until the service stops.
+    return handle(category, method, [this](BusHandle *, BusMessage *message) {
+        KSMessageRef(message);
+        m_held.push_back(message);
+    });
 }
 
 bool FakeService::dispatch(BusHandle *handle, BusMessage *message, void *) {
@@ -94,6 +97,9 @@ void FakeService::stop() {
     registry().erase(m_handle);
     KSUnregister(m_handle, nullptr);
     m_handle = nullptr;
+    for (BusMessage *message : m_held)
+        KSMessageUnref(message);
+    m_held.clear();
 }
 
 std::vector<RecordedCall> FakeService::calls(const std::string &method) const {

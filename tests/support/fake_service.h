@@ -53,6 +53,7 @@ class FakeService {
     BusHandle *m_handle = nullptr;
     std::map<std::string, std::map<std::string, Responder>> m_responders; // category -> method
     std::vector<RecordedCall> m_calls;
+    std::vector<BusMessage *> m_held; // calls kept unanswered by silent()
 };
 
 // A caller on the bus, as another application would be.

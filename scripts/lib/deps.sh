@@ -1,0 +1,27 @@
+# Installs the Debian packages a command needs, only when some are missing.
+# Usage: ensure_packages pkg...
+ensure_packages() {
+    local missing=()
+    local pkg
+    for pkg in "$@"; do
+        dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q "install ok installed" ||
+            missing+=("$pkg")
+    done
+    if [ "${#missing[@]}" -eq 0 ]; then
+        return 0
+    fi
+    echo "Installing: ${missing[*]}"
+    if [ "$(id -u)" -ne 0 ]; then
+        echo "error: missing packages and not root: ${missing[*]}" >&2
+        return 1
+    fi
+    export DEBIAN_FRONTEND=noninteractive
+    apt-get update -qq
+    apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# What building and running the daemon, the simulator and the client takes.
+VYX_BUILD_PACKAGES=(cmake make g++ pkg-config libglib2.0-dev libglib2.0-bin libcurl4-openssl-dev
+                    libsoup-3.0-dev dbus-daemon)
+# What the test suite adds.
+VYX_TEST_PACKAGES=(libgtest-dev libgmock-dev googletest libbenchmark-dev clang libclang-rt-14-dev)
