@@ -1,0 +1,174 @@
+// The process around the modules: the idle exit timer's rules, the retired methods, and what
+// is answered when the process ends.
+#include <syslog.h>
+
+#include "bus_test.h"
+#include "fake_service.h"
+#include "service/service.h"
+
+namespace {
+
+class Lifecycle : public BusTest {};
+
+gboolean neverCalled(gpointer) { return G_SOURCE_REMOVE; }
+
+TEST_F(Lifecycle, ExitTimerLengthDecidesWhetherLaterShortRearmsCount) {
+    struct Case {
+        guint32 first, second;
+        guint32 armed;       // interval in force afterwards
+        const char *logLine; // the line that explains it
+    } cases[] = {
+        {299999, 10000, 10000, "startExitTimer: Starting a short exit timer for 10000 msec"},
+        {300000, 10000, 300000,
+         "startExitTimer: Short timeout for 10000 msec ignored as long timeout running"},
+        {300000, 300000, 300000, "startExitTimer: Starting a long exit timer for 300000 msec"},
+        {300000, 0, 300000, "startExitTimer: Invalid parameters, return FALSE"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.first << " then " << c.second);
+        stopExitTimer(getExitTimer());
+        LogCapture::clear();
+        ASSERT_TRUE(startExitTimer(getExitTimer(), exitTimerCB, c.first));
+        GSource *before = getExitTimer()->source;
+        bool accepted = startExitTimer(getExitTimer(), exitTimerCB, c.second);
+        EXPECT_EQ(accepted, c.second != 0);
+        EXPECT_EQ(getExitTimer()->interval, c.armed);
+        EXPECT_TRUE(LogCapture::has(LOG_DEBUG, c.logLine)) << LogCapture::dump();
+        if (c.second == 10000 && c.armed == 300000) {
+            EXPECT_EQ(getExitTimer()->source, before); // the long timer keeps its expiry
+        }
+    }
+}
+
+TEST_F(Lifecycle, StoppingALongTimerLetsAShortOneIn) {
+    ASSERT_TRUE(startExitTimer(getExitTimer(), exitTimerCB, 300000));
+    EXPECT_TRUE(stopExitTimer(getExitTimer()));
+    EXPECT_EQ(getExitTimer()->source, nullptr);
+    EXPECT_EQ(getExitTimer()->sourceId, 0u);
+    ASSERT_TRUE(startExitTimer(getExitTimer(), exitTimerCB, 10000));
+    EXPECT_EQ(getExitTimer()->interval, 10000u);
+    EXPECT_FALSE(stopExitTimer(nullptr));
+}
+
+TEST_F(Lifecycle, InvalidArmingLeavesTheTimerAsItWas) {
+    ASSERT_TRUE(startExitTimer(getExitTimer(), exitTimerCB, 10000));
+    GSource *armed = getExitTimer()->source;
+    EXPECT_FALSE(startExitTimer(getExitTimer(), nullptr, 10000));
+    EXPECT_FALSE(startExitTimer(nullptr, exitTimerCB, 10000));
+    EXPECT_EQ(getExitTimer()->source, armed);
+    EXPECT_FALSE(startStatusTimer(getStatusTimer(), nullptr, 2000));
+    EXPECT_TRUE(LogCapture::has(LOG_ALERT, "startStatusTimer: Invalid parameters, return FALSE"));
+    EXPECT_FALSE(stopStatusTimer(nullptr));
+}
+
+TEST_F(Lifecycle, StatusTimerRepeatsUntilStopped) {
+    static int fired = 0;
+    fired = 0;
+    auto tick = [](gpointer) -> gboolean {
+        ++fired;
+        return G_SOURCE_CONTINUE;
+    };
+    ASSERT_TRUE(startStatusTimer(getStatusTimer(), tick, 20));
+    EXPECT_EQ(getStatusTimer()->interval, 20u);
+    ASSERT_TRUE(waitUntil([] { return fired >= 3; }, "three status ticks"));
+    EXPECT_TRUE(stopStatusTimer(getStatusTimer()));
+    int seen = fired;
+    spinFor(100);
+    EXPECT_EQ(fired, seen);
+    (void)neverCalled;
+}
+
+class RunningService : public BusTest {
+  protected:
+    void SetUp() override {
+        BusTest::SetUp();
+        prefs.silent("/", "getPreferences").silent("/", "setPreferences");
+        ASSERT_TRUE(prefs.start());
+        ASSERT_TRUE(serviceStart());
+    }
+    void TearDown() override {
+        serviceFinish();
+        BusTest::TearDown();
+    }
+    FakeService prefs{"com.velto.systemservice"};
+};
+
+TEST_F(RunningService, StartsWithAShortExitTimerAndReadsThePreference) {
+    EXPECT_EQ(getExitTimer()->interval, 10000u);
+    EXPECT_NE(getExitTimer()->handle, nullptr);
+    ASSERT_TRUE(waitUntil([&] { return prefs.count("getPreferences") == 1; }, "preference read"));
+    EXPECT_EQ(prefs.lastPayload("getPreferences"),
+              "{\"keys\":[\"vyxStageRunning\", \"vyxStageDetails\"]}");
+    const std::vector<std::string> expected = {"vyxstaged started with 'main()'",
+                                               "About to Register category", "Set exit timer handle"};
+    size_t next = 0;
+    for (const LogLine &line : LogCapture::lines())
+        if (next < expected.size() && line.text == expected[next])
+            ++next;
+    EXPECT_EQ(next, expected.size()) << LogCapture::dump();
+}
+
+TEST_F(RunningService, RetiredMethodsSayTheyAreNoLongerSupported) {
+    BusClient client;
+    for (const char *method : {"setUserInput", "timedout", "tapped", "closetutorial",
+                               "sendDownloadStatus"}) {
+        SCOPED_TRACE(method);
+        stopExitTimer(getExitTimer());
+        EXPECT_EQ(client.call(std::string("velto://com.velto.vyxService/") + method, "not json"),
+                  "{\"returnValue\":false, \"errorCode\":-1, \"errorText\":\"Method no longer "
+                  "supported by vyxService.\"}");
+        EXPECT_EQ(getExitTimer()->interval, 10000u);
+        EXPECT_NE(getExitTimer()->source, nullptr);
+    }
+    EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "notSupported: About to send response"));
+}
+
+TEST_F(RunningService, SecondInstanceCannotOwnTheName) {
+    BusHandle *second = nullptr;
+    EXPECT_FALSE(KSRegister(VYX_SERVICE_NAME, &second, nullptr));
+}
+
+TEST_F(RunningService, RepeatFlagPostponesTheFirstExpiryOnly) {
+    setRepeatTimer(true);
+    exitTimerCB(getExitTimer());
+    EXPECT_TRUE(LogCapture::has(LOG_DEBUG,
+                                "exitTimerCB() fired: but restart timer since still waiting..."));
+    EXPECT_EQ(getExitTimer()->interval, 300000u);
+    EXPECT_EQ(FakeHost::exits, 0);
+
+    exitTimerCB(getExitTimer());
+    EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "exitTimerCB() fired: Exit application!"));
+    EXPECT_EQ(FakeHost::exits, 1);
+    EXPECT_EQ(FakeHost::lastExitStatus, 0);
+    EXPECT_EQ(getExitTimer()->source, nullptr);
+    EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "stopAllTimers"));
+}
+
+TEST_F(RunningService, IdleServiceExitsWhenTheTimerRunsOut) {
+    ASSERT_TRUE(startExitTimer(getExitTimer(), exitTimerCB, 50));
+    ASSERT_TRUE(waitUntil([] { return FakeHost::exits == 1; }, "the idle exit"));
+}
+
+TEST_F(RunningService, HeldDemoStateIsAnsweredUnknownAtExit) {
+    BusClient client;
+    ASSERT_TRUE(client.send("velto://com.velto.vyxService/demoState", "{}"));
+    ASSERT_TRUE(waitUntil([] { return LogCapture::contains("Demo status unknown"); },
+                          "the call to be held"));
+    EXPECT_TRUE(client.replies().empty());
+    exitTimerCB(getExitTimer());
+    ASSERT_TRUE(waitUntil([&] { return !client.replies().empty(); }, "the held reply"));
+    EXPECT_EQ(client.replies()[0], "{\"returnValue\":\"true\",\"state\":\"unknown\"}");
+}
+
+TEST_F(RunningService, SigintEndsTheProcessWithoutAnsweringHeldCalls) {
+    BusClient client;
+    ASSERT_TRUE(client.send("velto://com.velto.vyxService/demoState", "{}"));
+    ASSERT_TRUE(waitUntil([] { return LogCapture::contains("Demo status unknown"); },
+                          "the call to be held"));
+    sigproc(2);
+    EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "sigproc: Ending vyxService on signal: 2"));
+    EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "sigproc: Ending vyxService in sigproc #2"));
+    EXPECT_EQ(FakeHost::exits, 1);
+}
+
+} // namespace
