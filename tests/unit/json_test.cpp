@@ -127,58 +127,28 @@ TEST(JsonCorpus, IsPresent) {
     EXPECT_GE(corpusFiles("n_").size(), 180u);
 }
 
-// Cases the corpus leaves open or does not reach, with the verdict this parser gives.
+// Verdicts the corpus leaves open ("i_") or does not reach, as this parser gives them.
 TEST(JsonParse, AcceptsAndRejects) {
     struct Case {
         const char *text;
         bool accepted;
     } cases[] = {
-        {"", false},
         {" \t\r\n", false},
         {" \t\r\n{} \t\r\n", true},
-        {"\f{}", false},
-        {"\xEF\xBB\xBF{}", false},   // a byte order mark is not whitespace
-        {"{}{}", false},
-        {"[] x", false},
-        {"1 2", false},
-        {"nul", false},
-        {"truE", false},
+        {"\xEF\xBB\xBF{}", false}, // a byte order mark is not whitespace
         {"nulll", false},
-        {"-", false},
-        {"-0", true},
-        {"01", false},
-        {"1.", false},
-        {"1e", false},
-        {"1e+", false},
-        {"1E-7", true},
-        {"[1,]", false},
-        {"[,1]", false},
-        {"{\"a\":1,}", false},
-        {"{\"a\" 1}", false},
-        {"{\"a\":}", false},
-        {"{1:1}", false},
-        {"{\"a\":1 \"b\":2}", false},
         {"[1}", false},
         {"{\"a\":1]", false},
-        {"\"\\u12\"", false},
         {"\"\\u12G4\"", false},
-        {"\"\\uD800\"", true},        // escapes are kept as written, so a lone surrogate is text
-        {"\"\\x41\"", false},
-        {"\"\\'\"", false},
-        {"\"a\tb\"", false},
-        {"\"a\x7f\"", true},
-        {"\"\xC3\xA9\"", true},
-        {"\"\xC0\xAF\"", false},      // overlong
-        {"\"\xE0\x80\xAF\"", false},  // overlong
-        {"\"\xED\xA0\x80\"", false},  // encoded surrogate
+        {"\"\\uD800\"", true}, // escapes are kept as written, so a lone surrogate is just text
+        {"\"\xC0\xAF\"", false},         // overlong
+        {"\"\xE0\x80\xAF\"", false},     // overlong
+        {"\"\xED\xA0\x80\"", false},     // encoded surrogate
         {"\"\xF4\x90\x80\x80\"", false}, // above U+10FFFF
         {"\"\xF0\x9F\x98\x80\"", true},
-        {"\"\xE2\x82\"", false},      // truncated by the closing quote
-        {"\"\xE2\x82", false},        // truncated by the end of the text
-        {"\"\xFF\"", false},
-        {"\"abc", false},
+        {"\"\xE2\x82\"", false}, // cut short by the closing quote
+        {"\"\xE2\x82", false},   // cut short by the end of the text
         {"\"abc\\", false},
-        {"[\"\\", false},
     };
     for (const auto &c : cases) {
         JsonTree tree = jsonParse(c.text);

@@ -20,8 +20,6 @@ std::vector<std::string> elements(StrArray array) {
 
 using Strings = std::vector<std::string>;
 
-TEST(Lists, SeparatorIsSemicolon) { EXPECT_STREQ(getStringSeparator(), ";"); }
-
 TEST(Lists, StrArrayAppendSplitsAndGrows) {
     struct Case {
         const char *start; // joined, or null for the empty list
