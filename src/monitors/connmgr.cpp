@@ -24,7 +24,9 @@ int getConnectionStatus(bool subscribe) {
     return s_tConnectionStatus;
 }
 
-int get1xDownloadStatus() { return s_t1xDownloadStatus; }
+int get1xDownloadStatus() {
+    return s_t1xDownloadStatus;
+}
 
 void setAllow1xDownloads(bool allow) {
     char payload[32];
@@ -63,7 +65,8 @@ bool connMgrCB(BusHandle *, BusMessage *reply, void *) {
         return true;
     }
     const char *payload = logText(KSMessageGetPayload(reply));
-    const JsonNode *available = prvJsonFindFirstLabel(root.get(), "isInternetConnectionAvailable", self);
+    const JsonNode *available =
+        prvJsonFindFirstLabel(root.get(), "isInternetConnectionAvailable", self);
     const JsonNode *returnValue = prvJsonFindFirstLabel(root.get(), "returnValue", self);
     if (!available) {
         if (isJsonObjectTrue(returnValue)) {
@@ -75,7 +78,8 @@ bool connMgrCB(BusHandle *, BusMessage *reply, void *) {
             shutdownConnMgr();
         return true;
     }
-    vyxLog(LOG_DEBUG, "%s: Connection: %s, retVal: %s", self, decodeJsonObjectType(available->child),
+    vyxLog(LOG_DEBUG, "%s: Connection: %s, retVal: %s", self,
+           decodeJsonObjectType(available->child),
            decodeJsonObjectType(returnValue ? returnValue->child : nullptr));
     if (isJsonObjectFalse(available))
         s_tConnectionStatus = 0;

@@ -12,7 +12,8 @@
 #include "sysinfo/sysinfo.h"
 
 #define SYSTEM_INFO_REPLY_FORMAT                                                                   \
-    "{\"returnValue\":true, \"details\":{\"token\":\"%s\", \"carrier\":\"%s\", \"deviceId\":\"%s\", " \
+    "{\"returnValue\":true, \"details\":{\"token\":\"%s\", \"carrier\":\"%s\", "                   \
+    "\"deviceId\":\"%s\", "                                                                        \
     "\"locale\":\"%s\", \"serverUrl\":\"%s\", \"alias\":\"%s\", \"uniqueId\":\"%s\"}}"
 
 constexpr size_t VIDEO_NAME_MAX = 98;
@@ -21,8 +22,12 @@ static BusHandle *s_kshandleStatus = nullptr;
 static BusMessage *s_messageStatus = nullptr;
 static bool s_bRunLocalFileDownload = false;
 
-void setRunLocalFileDownload(bool run) { s_bRunLocalFileDownload = run; }
-bool isRunLocalFileDownload() { return s_bRunLocalFileDownload; }
+void setRunLocalFileDownload(bool run) {
+    s_bRunLocalFileDownload = run;
+}
+bool isRunLocalFileDownload() {
+    return s_bRunLocalFileDownload;
+}
 
 static void prvReleaseRequest() {
     if (s_messageStatus)
@@ -49,8 +54,8 @@ bool downloadSystemInfo(BusHandle *handle, BusMessage *message, void *) {
         return true;
     restartExitTimer(EXIT_TIMER_LONG_MS);
     if (!root) {
-        vyxLog(LOG_DEBUG, "%s: About to send response for 'downloadApplInfo' method\": Invalid format",
-               self);
+        vyxLog(LOG_DEBUG,
+               "%s: About to send response for 'downloadApplInfo' method\": Invalid format", self);
         sendNegativeResponse(handle, message, "Invalid format");
         return true;
     }
@@ -71,16 +76,17 @@ void sendSystemInfo(const char *caller) {
     static const char self[] = "sendSystemInfo";
     if (s_kshandleStatus) {
         g_autofree char *reply = g_strdup_printf(
-            SYSTEM_INFO_REPLY_FORMAT, getAccountToken(0), getCarrierId(), getDeviceId(), getLocale(),
-            getServerUrl(), getAccountToken(1), getAccountToken(3));
+            SYSTEM_INFO_REPLY_FORMAT, getAccountToken(0), getCarrierId(), getDeviceId(),
+            getLocale(), getServerUrl(), getAccountToken(1), getAccountToken(3));
         vyxLog(LOG_DEBUG, "%s: About to send response for 'downloadApplInfo' method\": %s", self,
                reply);
         replyToMessage(s_kshandleStatus, s_messageStatus, reply, self);
         prvReleaseRequest();
         restartExitTimer(EXIT_TIMER_LONG_MS);
     } else if (!s_bRunLocalFileDownload) {
-        vyxLog(LOG_DEBUG, "%s called by %s() but s_kshandleStatus is NULL and fileload flag not set",
-               self, logText(caller));
+        vyxLog(LOG_DEBUG,
+               "%s called by %s() but s_kshandleStatus is NULL and fileload flag not set", self,
+               logText(caller));
         return;
     }
     if (!s_bRunLocalFileDownload)

@@ -26,8 +26,9 @@ static char s_carrierId[TEXT_SIZE];
 static char s_deviceId[TEXT_SIZE];
 static char s_locale[TEXT_SIZE];
 static char s_serverUrl[SERVER_URL_SIZE];
-static int32_t s_queryStatus[SI_COUNT] = {QUERY_NOT_OBTAINED, QUERY_NOT_OBTAINED, QUERY_NOT_OBTAINED,
-                                          QUERY_NOT_OBTAINED, QUERY_NOT_OBTAINED};
+static int32_t s_queryStatus[SI_COUNT] = {QUERY_NOT_OBTAINED, QUERY_NOT_OBTAINED,
+                                          QUERY_NOT_OBTAINED, QUERY_NOT_OBTAINED,
+                                          QUERY_NOT_OBTAINED};
 static int s_tValidAccountTokens = -1;
 static int s_hardwareType = HW_UNDEFINED;
 
@@ -44,7 +45,8 @@ static const SystemInfoQuery s_queries[SI_COUNT] = {
      accountTokenCB, s_accountToken[0]},
     {"requestSystemInfo-carrier",
      "velto://com.velto.preferences/systemProperties/getSomeSysPropertiesObj",
-     "[{\"key\":\"com.velto.properties.DMCARRIER\"},{\"key\":\"com.velto.properties.machineName\"}]",
+     "[{\"key\":\"com.velto.properties.DMCARRIER\"},{\"key\":\"com.velto.properties.machineName\"}"
+     "]",
      carrierCB, s_carrierId},
     {"requestSystemInfo-device", "velto://com.velto.deviceprofile/getDeviceId", "{}", deviceIdCB,
      s_deviceId},
@@ -60,13 +62,27 @@ static const SystemInfoQuery s_queries[SI_COUNT] = {
 const char *getAccountToken(unsigned index) {
     return index < ACCOUNT_SLOTS ? s_accountToken[index] : "";
 }
-const char *getCarrierId() { return s_carrierId; }
-const char *getDeviceId() { return s_deviceId; }
-const char *getLocale() { return s_locale; }
-const char *getServerUrl() { return s_serverUrl; }
-bool validAccountTokens() { return s_tValidAccountTokens == 1; }
-int getHardwareType() { return s_hardwareType; }
-void setValidAccountTokens(int tristate) { s_tValidAccountTokens = tristate; }
+const char *getCarrierId() {
+    return s_carrierId;
+}
+const char *getDeviceId() {
+    return s_deviceId;
+}
+const char *getLocale() {
+    return s_locale;
+}
+const char *getServerUrl() {
+    return s_serverUrl;
+}
+bool validAccountTokens() {
+    return s_tValidAccountTokens == 1;
+}
+int getHardwareType() {
+    return s_hardwareType;
+}
+void setValidAccountTokens(int tristate) {
+    s_tValidAccountTokens = tristate;
+}
 
 // ---------------------------------------------------------------------------------------------
 // State tests
