@@ -1,0 +1,122 @@
+// The display activity and "displayChange": which display events start the demonstration
+// video, and when the activity is set up again.
+#include "core_fixture.h"
+
+#include "monitors/display.h"
+#include "provision/download.h"
+#include "service/demo_state.h"
+
+using namespace core;
+
+namespace {
+
+const char ACTIVITY[] =
+    R"({"activity":{"name": "com.velto.vyxService-power","description": "Activity power trigger",)"
+    R"("trigger": {"method": "velto://com.velto.display/control/status","params": {"subscribe" : true },)"
+    R"("where": {"prop" :"event","op" :"!=","val" :"request" }},)"
+    R"("callback": {"method": "velto://com.velto.vyxService/displayChange", "params": {}},)"
+    R"("type":{"foreground":true}},"start": true,"replace": true,})";
+
+const std::string POWER = launchOf("com.velto.app.vyx", R"("action":"power" )");
+
+std::string trigger(const std::string &members) {
+    return R"({"$activity":{"activityId":4,"trigger":{"returnValue":true,)" + members + "}}}";
+}
+
+enum Demo { ON, OFF, UNKNOWN_THEN_ON };
+
+struct DisplayCase {
+    const char *name;
+    Demo demo;
+    int presence; // isVyxAppPresent
+    std::string payload;
+    std::vector<std::string> launches;
+    bool rearmed;
+};
+
+void PrintTo(const DisplayCase &c, std::ostream *os) { *os << c.name; }
+
+class DisplayChange : public CoreScenario, public testing::WithParamInterface<DisplayCase> {
+  protected:
+    std::vector<std::string> powerLaunches() const {
+        std::vector<std::string> found;
+        for (const std::string &request : appRequests())
+            if (request.find(R"("action":"power")") != std::string::npos)
+                found.push_back(request.substr(sizeof "launch " - 1));
+        return found;
+    }
+};
+
+TEST_P(DisplayChange, StartsTheVideoOnlyForARelevantEventWithTheDemoOn) {
+    const DisplayCase &c = GetParam();
+    if (c.demo == UNKNOWN_THEN_ON) {
+        holdPrefReads = true;
+        demoPref = DEMO_ON;
+        startDaemon();
+        ASSERT_TRUE(waitUntil([&] { return heldPrefs.size() == 1; }, "the first preference read"));
+        holdPrefReads = false;
+    } else {
+        startWithDemo(c.demo == ON ? DEMO_ON : DEMO_OFF);
+    }
+    spinFor(50);
+    setVyxAppPresent(c.presence);
+    int created = activities.count("create");
+
+    EXPECT_EQ(call("displayChange", c.payload), OK);
+    spinFor(200);
+    EXPECT_EQ(powerLaunches(), c.launches);
+    EXPECT_EQ(activities.count("create") > created, c.rearmed);
+    EXPECT_EQ(getExitTimer()->interval, 10000u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, DisplayChange,
+    testing::Values(
+        DisplayCase{"DisplayOff", ON, 1, trigger(R"("event":"displayOff","state":"off")"),
+                    {PLAY_VIDEO}, true},
+        DisplayCase{"StateAloneIsNotEnough", ON, 1, trigger(R"("event":"displayOn","state":"off")"),
+                    {}, true},
+        DisplayCase{"DockedWithAnyState", ON, 1,
+                    trigger(R"("event":"displayOn","state":"on","dockMode":true)"), {PLAY_VIDEO},
+                    true},
+        DisplayCase{"DockedAsText", ON, 1,
+                    trigger(R"("event":"displayOn","dockMode":"TRUE")"), {PLAY_VIDEO}, true},
+        DisplayCase{"EventNotATextButDimmed", ON, 1, trigger(R"("event":5,"state":"dimmed")"),
+                    {PLAY_VIDEO}, true},
+        DisplayCase{"EventNotATextAndDisplayOn", ON, 1, trigger(R"("event":5,"state":"on")"), {},
+                    true},
+        DisplayCase{"NothingRecorded", ON, 1, trigger(R"("event":null)"), {POWER}, true},
+        DisplayCase{"PresenceUnknown", ON, -1, trigger(R"("event":"displayInactive")"),
+                    {PLAY_VIDEO}, true},
+        DisplayCase{"AppAbsent", ON, 0, trigger(R"("event":"displayOff")"), {}, true},
+        DisplayCase{"DemoOff", OFF, 1, trigger(R"("event":"displayOff")"), {}, false},
+        DisplayCase{"DemoUnknownReadsThePreference", UNKNOWN_THEN_ON, 1,
+                    trigger(R"("event":"displayDimmed","state":"dimmed")"), {PLAY_VIDEO}, true},
+        DisplayCase{"NoActivity", ON, 1, R"({"trigger":{"event":"displayOff"}})", {}, true},
+        DisplayCase{"NoTrigger", ON, 1, R"({"$activity":{"activityId":4}})", {}, true},
+        DisplayCase{"NoEvent", ON, 1, trigger(R"("state":"off")"), {}, true},
+        DisplayCase{"NotJson", ON, 1, "{\"$activity\":", {}, true}),
+    [](const testing::TestParamInfo<DisplayCase> &info) { return info.param.name; });
+
+TEST_F(CoreScenario, ActivityIsCreatedWithTheExactPayload) {
+    startWithDemo(DEMO_ON);
+    ASSERT_TRUE(waitUntil([&] { return activities.count("create") >= 1; }, "the activity"));
+    EXPECT_EQ(activities.lastPayload("create"), ACTIVITY);
+    EXPECT_TRUE(waitUntil([] { return LogCapture::hasText(std::string("setPowerMonitorCB(): ") + OK); },
+                          "the activity manager's answer"));
+}
+
+TEST_F(CoreScenario, LastRelevantEventDecidesALaterLaunch) {
+    startWithDemo(DEMO_ON);
+    setVyxAppPresent(1);
+    EXPECT_EQ(call("displayChange", trigger(R"("event":"displayDimmed","state":"dimmed")")), OK);
+    // An ignored event does not overwrite the recorded one.
+    EXPECT_EQ(call("displayChange", trigger(R"("event":"displayOn","state":"on")")), OK);
+    spinFor(100);
+    LogCapture::clear();
+    prvFormatLaunchVyxAction();
+    EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "prvFormatLaunchVyxAction: Last State: dimmed"));
+    EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "launchVYXAction: App init: " + PLAY_VIDEO));
+}
+
+} // namespace
