@@ -72,12 +72,13 @@ TEST_F(AppControl, CoreActionPayload) {
 
 TEST_F(AppControl, TwoPopupsInTheSameSecondGoOutOneAfterTheOther) {
     startWithDemo(DEMO_OFF);
+    std::string longName(150, 'n'), cutName(99, 'n');
     launchVYXCoreMessage("startInstall", "Demo Videos", "0");
-    launchVYXCoreMessage("continueInstall", nullptr, "20");
+    launchVYXCoreMessage("continueInstall", longName.c_str(), "20");
     EXPECT_EQ(popups(), std::vector<std::string>{});
     ASSERT_TRUE(waitUntil([&] { return popups().size() >= 2; }, "both pop-ups"));
     EXPECT_EQ(popups(), (std::vector<std::string>{popup("startInstall", "Demo Videos", "0"),
-                                                  popup("continueInstall", "", "20")}));
+                                                  popup("continueInstall", cutName.c_str(), "20")}));
     // The second waited for the first one's reply, a look at the running list and a pause.
     EXPECT_EQ(appManager.count("running"), 1);
     EXPECT_EQ(FakeHost::sleeps, std::vector<unsigned>{1});
@@ -106,18 +107,6 @@ TEST_F(AppControl, CoreActionMakesAFollowingPopupWait) {
     EXPECT_EQ(popups()[0], popup("startVYX"));
     EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "vyxCoreMessageDelayCB: Message 'startVYX' delayed again"));
     EXPECT_GE(appManager.count("running"), 2);
-}
-
-TEST_F(AppControl, LongNamesAndPercentsAreCut) {
-    startWithDemo(DEMO_OFF);
-    std::string name(150, 'n'), percent(120, '9');
-    launchVYXCoreMessage("startInstall", name.c_str(), percent.c_str()); // sent at once
-    launchVYXCoreMessage("continueInstall", name.c_str(), percent.c_str()); // through the slot
-    ASSERT_TRUE(waitUntil([&] { return popups().size() == 2; }, "both pop-ups"));
-    std::string cutName(99, 'n'), cutPercent(99, '9');
-    EXPECT_EQ(popups(), (std::vector<std::string>{
-                            popup("startInstall", cutName.c_str(), cutPercent.c_str()),
-                            popup("continueInstall", cutName.c_str(), cutPercent.c_str())}));
 }
 
 // The first pop-up is in flight; the later ones arrive in the same second.
@@ -160,15 +149,6 @@ INSTANTIATE_TEST_SUITE_P(
         QueueCase{"NoProfileReplacesStart", {"startVYX", "noProfile"}, "noProfile", nullptr}),
     [](const testing::TestParamInfo<QueueCase> &info) { return info.param.name; });
 
-TEST_F(AppControl, EmptyPopupIsRefused) {
-    startWithDemo(DEMO_OFF);
-    launchVYXCoreMessage("", nullptr, nullptr);
-    launchVYXCoreMessage(nullptr, nullptr, nullptr);
-    EXPECT_EQ(LogCapture::count("launchVYXCoreMessage: Parameter error"), 2);
-    spinFor(100);
-    EXPECT_TRUE(popups().empty());
-}
-
 // ---------------------------------------------------------------------------------------------
 // A demo action that fails: the demonstration application is missing.
 
@@ -195,22 +175,6 @@ TEST_F(AppControl, FailedLaunchWithSystemInformationAsksForThePackages) {
     ASSERT_TRUE(waitUntil([&] { return appManager.count("listPackages") == listings + 1; },
                           "the package listing"));
     EXPECT_EQ(isVyxAppPresent(), 0);
-    EXPECT_FALSE(isRunLocalFileDownload());
-}
-
-TEST_F(AppControl, FailedLaunchDuringADownloadChangesNothing) {
-    demoLaunchReply = R"({"returnValue":false,"errorCode":-1,"errorText":"not installed"})";
-    startWithDemo(DEMO_OFF);
-    setDownloadStateMode(DSM_INSTALLING, "test");
-    launchVYXAction("initialize", nullptr, nullptr);
-    ASSERT_TRUE(waitUntil(
-        [] {
-            return LogCapture::hasText(
-                "prvLaunchVYXCB: VYX launch failed, but download already in process, mode: 3");
-        },
-        "the failed launch"));
-    EXPECT_EQ(isVyxAppPresent(), -1);
-    EXPECT_EQ(accounts.count("getAccountToken"), 0);
     EXPECT_FALSE(isRunLocalFileDownload());
 }
 

@@ -182,23 +182,6 @@ INSTANTIATE_TEST_SUITE_P(
                  "determineKovaDemoPrefCB: Failed to find current demo status, default to OFF"}),
     [](const testing::TestParamInfo<PrefCase> &info) { return info.param.name; });
 
-TEST_F(CoreScenario, PreferenceServiceDownLeavesTheStateBeingRead) {
-    startDaemon({&systemService});
-    ASSERT_TRUE(waitUntil([] { return LogCapture::contains("determineKovaDemoPrefCB: payload"); },
-                          "the not-running reply"));
-    EXPECT_EQ(isDemoStatusLoaded(), 0);
-    ASSERT_TRUE(client->send(std::string(SERVICE) + "demoState", "{}"));
-    ASSERT_TRUE(waitUntil([] { return LogCapture::contains("Demo status unknown"); }, "the hold"));
-    spinFor(100);
-    EXPECT_TRUE(client->replies().empty());
-    exitTimerCB(getExitTimer());
-    ASSERT_TRUE(waitUntil([&] { return !client->replies().empty(); }, "the reply at exit"));
-    EXPECT_EQ(client->replies()[0], demoStateReply("unknown"));
-    EXPECT_TRUE(LogCapture::has(LOG_DEBUG,
-                                "sendDemoStatusResponse: About to send generic response for "
-                                "'getDemoState' method\": {\"returnValue\":\"true\",\"state\":\"unknown\"}"));
-}
-
 // ---------------------------------------------------------------------------------------------
 // setDemoState and toggleDemo
 
@@ -297,19 +280,5 @@ INSTANTIATE_TEST_SUITE_P(
                     "launch " + CORE_STOP, "launch " + DEMO_EXIT},
                    "off", false, true}),
     [](const testing::TestParamInfo<SwitchCase> &info) { return info.param.name; });
-
-TEST_F(CoreScenario, SetDemoStateLogsTheChangeAndTheReply) {
-    startWithDemo(DEMO_OFF);
-    EXPECT_EQ(call("setDemoState", R"({"state":true})"), OK);
-    ASSERT_TRUE(waitUntil([] { return LogCapture::hasText("setDemoState: Demo is running!"); },
-                          "the start"));
-    std::vector<std::string> order;
-    for (const LogLine &line : LogCapture::lines())
-        if (line.text.rfind("setDemoState: ", 0) == 0)
-            order.push_back(line.text);
-    EXPECT_EQ(order, (std::vector<std::string>{"setDemoState: Changing live state of demo to true",
-                                               "setDemoState: Send response: {\"returnValue\":true}",
-                                               "setDemoState: Demo is running!"}));
-}
 
 } // namespace

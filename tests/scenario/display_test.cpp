@@ -106,17 +106,4 @@ TEST_F(CoreScenario, ActivityIsCreatedWithTheExactPayload) {
                           "the activity manager's answer"));
 }
 
-TEST_F(CoreScenario, LastRelevantEventDecidesALaterLaunch) {
-    startWithDemo(DEMO_ON);
-    setVyxAppPresent(1);
-    EXPECT_EQ(call("displayChange", trigger(R"("event":"displayDimmed","state":"dimmed")")), OK);
-    // An ignored event does not overwrite the recorded one.
-    EXPECT_EQ(call("displayChange", trigger(R"("event":"displayOn","state":"on")")), OK);
-    spinFor(100);
-    LogCapture::clear();
-    prvFormatLaunchVyxAction();
-    EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "prvFormatLaunchVyxAction: Last State: dimmed"));
-    EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "launchVYXAction: App init: " + PLAY_VIDEO));
-}
-
 } // namespace

@@ -78,14 +78,4 @@ INSTANTIATE_TEST_SUITE_P(
                     "getProcessId: Process [com.velto.app.vyx] is found, pId #13"}),
     [](const testing::TestParamInfo<RunningCase> &info) { return info.param.name; });
 
-TEST_F(CoreScenario, ApplicationManagerDownEndsTheStartQuietly) {
-    startDaemon({&appManager});
-    ASSERT_TRUE(waitUntil([] { return isDemoStatusLoaded() == 1; }, "the preference"));
-    startupVYX(false);
-    ASSERT_TRUE(waitUntil([] { return LogCapture::contains("startVYXPidCB: called"); }, "the reply"));
-    spinFor(50);
-    EXPECT_FALSE(LogCapture::contains("processPIDsCB #1"));
-    EXPECT_TRUE(LogCapture::contains("processPIDsCB: Ignoring response"));
-}
-
 } // namespace
