@@ -11,10 +11,11 @@
 #include "store/app_listing.h"
 #include "sysinfo/sysinfo.h"
 
+// The demonstration application parses this exact layout, blanks included.
 #define SYSTEM_INFO_REPLY_FORMAT                                                                   \
     "{\"returnValue\":true, \"details\":{\"token\":\"%s\", \"carrier\":\"%s\", "                   \
-    "\"deviceId\":\"%s\", "                                                                        \
-    "\"locale\":\"%s\", \"serverUrl\":\"%s\", \"alias\":\"%s\", \"uniqueId\":\"%s\"}}"
+    "\"deviceId\":\"%s\", \"locale\":\"%s\", \"serverUrl\":\"%s\", \"alias\":\"%s\", "             \
+    "\"uniqueId\":\"%s\"}}"
 
 constexpr size_t VIDEO_NAME_MAX = 98;
 
