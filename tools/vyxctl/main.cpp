@@ -1,0 +1,121 @@
+// vyxctl: call any method on the bus and print every reply on a line of its own.
+#include <glib-unix.h>
+#include <glib.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "platform/bus.h"
+#include "platform/json.h"
+
+namespace {
+
+const char *USAGE =
+    "usage: vyxctl [-i] [-t SECONDS] URI [PAYLOAD]\n"
+    "  URI      velto://SERVICE/[CATEGORY/]METHOD\n"
+    "  PAYLOAD  the JSON text to send (default {})\n"
+    "  -i       keep printing further replies (subscriptions) until the time runs out\n"
+    "  -t       how long to wait, in seconds (default 10)\n"
+    "Exits 1 when a reply says \"returnValue\":false (a service that is not running does),\n"
+    "or no reply came in time; 2 on bad usage or when the bus cannot be reached.\n";
+
+struct State {
+    GMainLoop *loop = nullptr;
+    bool keepListening = false;
+    unsigned replies = 0;
+    bool refused = false;
+};
+
+bool saysFalse(const char *payload)
+{
+    JsonTree root = jsonParse(payload);
+    if (!root || root->type != JSON_OBJECT)
+        return false;
+    const JsonNode *label = json_find_first_label(root.get(), "returnValue");
+    const JsonNode *value = label ? label->child : nullptr;
+    if (!value)
+        return false;
+    return value->type == JSON_FALSE ||
+           (value->type == JSON_STRING && value->text && g_ascii_strcasecmp(value->text, "false") == 0);
+}
+
+bool onReply(BusHandle *, BusMessage *reply, void *context)
+{
+    auto *state = static_cast<State *>(context);
+    const char *payload = KSMessageGetPayload(reply);
+    printf("%s\n", payload ? payload : "");
+    fflush(stdout);
+    ++state->replies;
+    state->refused = state->refused || saysFalse(payload);
+    if (!state->keepListening)
+        g_main_loop_quit(state->loop);
+    return true;
+}
+
+gboolean stop(gpointer loop)
+{
+    g_main_loop_quit(static_cast<GMainLoop *>(loop));
+    return G_SOURCE_REMOVE;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    State state;
+    double seconds = 10;
+    int i = 1;
+    for (; i < argc && argv[i][0] == '-' && argv[i][1]; ++i) {
+        if (strcmp(argv[i], "-i") == 0) {
+            state.keepListening = true;
+        } else if (strcmp(argv[i], "-t") == 0 && i + 1 < argc) {
+            char *end = nullptr;
+            seconds = g_ascii_strtod(argv[++i], &end);
+            if (*end || !(seconds > 0 && seconds < 86400)) {
+                fputs(USAGE, stderr);
+                return 2;
+            }
+        } else {
+            fputs(USAGE, stderr);
+            return 2;
+        }
+    }
+    if (i >= argc || argc - i > 2 || !g_str_has_prefix(argv[i], "velto://")) {
+        fputs(USAGE, stderr);
+        return 2;
+    }
+    const char *uri = argv[i];
+    const char *payload = i + 1 < argc ? argv[i + 1] : "{}";
+
+    state.loop = g_main_loop_new(nullptr, FALSE);
+    BusHandle *handle = nullptr;
+    BusError error;
+    KSErrorInit(&error);
+    BusToken token = 0;
+    bool sent = KSRegister(nullptr, &handle, &error) && KSGmainAttach(handle, state.loop, &error) &&
+                KSCall(handle, uri, payload, onReply, &state, &token, &error);
+    if (!sent) {
+        fprintf(stderr, "vyxctl: %s\n", error.message ? error.message : "cannot reach the bus");
+        KSErrorFree(&error);
+        if (handle) {
+            KSErrorInit(&error);
+            KSUnregister(handle, &error);
+            KSErrorFree(&error);
+        }
+        g_main_loop_unref(state.loop);
+        return 2;
+    }
+    g_timeout_add(static_cast<guint>(seconds * 1000), stop, state.loop);
+    g_unix_signal_add(SIGINT, stop, state.loop);
+    g_unix_signal_add(SIGTERM, stop, state.loop);
+    g_main_loop_run(state.loop);
+
+    KSUnregister(handle, &error);
+    KSErrorFree(&error);
+    g_main_loop_unref(state.loop);
+    if (state.replies == 0) {
+        fprintf(stderr, "vyxctl: no reply from %s within %g s\n", uri, seconds);
+        return 1;
+    }
+    return state.refused ? 1 : 0;
+}
