@@ -131,6 +131,7 @@ void readPackages(const JsonNode *array, const std::string &where, Scenario &sce
 {
     size_t index = 0;
     std::set<std::string> ids;
+    scenario.packages.clear();
     for (const JsonNode *element = arrayAt(array, where)->child; element; element = element->next, ++index) {
         std::string here = at(where, index);
         objectAt(element, here);
@@ -157,6 +158,7 @@ void readRunning(const JsonNode *array, const std::string &where, Scenario &scen
 {
     size_t index = 0;
     int nextId = 700;
+    scenario.running.clear();
     for (const JsonNode *element = arrayAt(array, where)->child; element; element = element->next, ++index) {
         std::string here = at(where, index);
         RunningApp app;
@@ -269,6 +271,7 @@ void readStore(const JsonNode *store, const std::string &where, Scenario &scenar
         std::string list = at(where, "catalogue");
         size_t index = 0;
         std::set<std::string> ids;
+        scenario.catalogue.clear();
         for (const JsonNode *item = arrayAt(catalogue, list)->child; item; item = item->next, ++index) {
             std::string here = at(list, index);
             objectAt(item, here);
@@ -300,6 +303,7 @@ void readStore(const JsonNode *store, const std::string &where, Scenario &scenar
     if (const JsonNode *profile = jsonMember(store, "profile")) {
         std::string list = at(where, "profile");
         size_t index = 0;
+        scenario.profile.clear();
         for (const JsonNode *item = arrayAt(profile, list)->child; item; item = item->next, ++index)
             scenario.profile.push_back(idAt(item, at(list, index)));
     }
@@ -409,6 +413,7 @@ void readFaults(const JsonNode *faults, const std::string &where, Faults &out)
 void readFiles(const JsonNode *files, const std::string &where, Scenario &scenario)
 {
     objectAt(files, where);
+    scenario.files.clear();
     for (const JsonNode *label = files->child; label; label = label->next) {
         std::string path = jsonUnescape(label->text ? label->text : "");
         std::string here = at(where, path.c_str());
@@ -470,24 +475,35 @@ const char *installOutcomeName(InstallOutcome outcome)
     return "installed";
 }
 
-bool parseScenario(const char *text, Scenario &scenario, std::string &error)
+namespace {
+
+constexpr int MAX_EXTENDS = 4;
+
+bool readScenarioFile(const std::string &path, Scenario &scenario, std::string &error, int depth);
+
+// A scenario may extend another one (a path relative to its own file): the base is read first,
+// then every member given here replaces the base's, lists as a whole.
+bool applyScenario(const char *text, const std::string &dir, Scenario &loaded, std::string &error, int depth)
 {
     JsonTree root = jsonParse(text);
     if (!root) {
         error = "not a JSON document";
         return false;
     }
-    Scenario loaded;
-    loaded.deviceId = "SIM0000000000001";
-    loaded.carrier = "ROW";
-    loaded.machineName = "tarsk";
-    loaded.account = Account{"SIMTOKEN0001", "demo@example.com", "ACTIVE", "U0001"};
-    loaded.connectivity = "{\"isInternetConnectionAvailable\":true,\"wifi\":{\"state\":\"connected\","
-                          "\"ssid\":\"vyxsim\"},\"wan\":{\"state\":\"connected\",\"network\":\"lte\"}}";
-    loaded.display = "{\"event\":\"displayOn\",\"state\":\"on\",\"dockMode\":false}";
     try {
         objectAt(root.get(), "scenario");
-        onlyMembers(root.get(), "", {"name", "description", "device", "store", "installService", "faults", "files"});
+        onlyMembers(root.get(), "", {"name", "description", "extends", "device", "store", "installService",
+                                     "faults", "files"});
+        if (const JsonNode *base = jsonMember(root.get(), "extends")) {
+            std::string file = textAt(base, "extends");
+            if (depth >= MAX_EXTENDS)
+                fail("extends", "scenarios extend each other more than " + std::to_string(MAX_EXTENDS) + " deep");
+            std::string path = g_path_is_absolute(file.c_str()) ? file : dir + "/" + file;
+            if (!readScenarioFile(path, loaded, error, depth + 1)) {
+                error = "extends: " + file + ": " + error;
+                return false;
+            }
+        }
         if (const JsonNode *name = jsonMember(root.get(), "name"))
             loaded.name = textAt(name, "name");
         if (const JsonNode *description = jsonMember(root.get(), "description"))
@@ -508,29 +524,64 @@ bool parseScenario(const char *text, Scenario &scenario, std::string &error)
         error = bad.message;
         return false;
     }
+    return true;
+}
+
+bool readScenarioFile(const std::string &path, Scenario &scenario, std::string &error, int depth)
+{
+    gchar *contents = nullptr;
+    gsize length = 0;
+    GError *readError = nullptr;
+    if (!g_file_get_contents(path.c_str(), &contents, &length, &readError)) {
+        error = readError->message;
+        g_error_free(readError);
+        return false;
+    }
+    bool ok = false;
+    if (strlen(contents) != length) {
+        error = "the file holds a NUL byte";
+    } else if (!g_utf8_validate(contents, static_cast<gssize>(length), nullptr)) {
+        error = "the file is not UTF-8 text";
+    } else {
+        gchar *dir = g_path_get_dirname(path.c_str());
+        ok = applyScenario(contents, dir, scenario, error, depth);
+        g_free(dir);
+    }
+    g_free(contents);
+    return ok;
+}
+
+Scenario defaults()
+{
+    Scenario scenario;
+    scenario.deviceId = "SIM0000000000001";
+    scenario.carrier = "ROW";
+    scenario.machineName = "tarsk";
+    scenario.account = Account{"SIMTOKEN0001", "demo@example.com", "ACTIVE", "U0001"};
+    scenario.connectivity = "{\"isInternetConnectionAvailable\":true,\"wifi\":{\"state\":\"connected\","
+                            "\"ssid\":\"vyxsim\"},\"wan\":{\"state\":\"connected\",\"network\":\"lte\"}}";
+    scenario.display = "{\"event\":\"displayOn\",\"state\":\"on\",\"dockMode\":false}";
+    return scenario;
+}
+
+} // namespace
+
+bool parseScenario(const char *text, Scenario &scenario, std::string &error)
+{
+    Scenario loaded = defaults();
+    if (!applyScenario(text, ".", loaded, error, 0))
+        return false;
     scenario = std::move(loaded);
     return true;
 }
 
 bool loadScenario(const char *path, Scenario &scenario, std::string &error)
 {
-    gchar *contents = nullptr;
-    gsize length = 0;
-    GError *readError = nullptr;
-    if (!g_file_get_contents(path, &contents, &length, &readError)) {
-        error = readError->message;
-        g_error_free(readError);
+    Scenario loaded = defaults();
+    if (!readScenarioFile(path, loaded, error, 0))
         return false;
-    }
-    bool ok = false;
-    if (strlen(contents) != length)
-        error = "the file holds a NUL byte";
-    else if (!g_utf8_validate(contents, static_cast<gssize>(length), nullptr))
-        error = "the file is not UTF-8 text";
-    else
-        ok = parseScenario(contents, scenario, error);
-    g_free(contents);
-    return ok;
+    scenario = std::move(loaded);
+    return true;
 }
 
 bool parseFaults(const char *text, Faults &faults, std::string &error)
