@@ -1,0 +1,73 @@
+// End-to-end ground: a private bus, vyxsim playing the platform from a scenario, and the real
+// vyxstaged binary; the test reads what the simulator recorded as it happens.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gio/gio.h>
+
+#include "support/bus_test.h"
+#include "support/fake_service.h"
+
+// One thing the simulator saw (see examples/scenarios/README.md for the kinds).
+struct SimRecord {
+    std::string kind;
+    long seq = 0;
+    std::string json; // the whole record
+    // A member's value: the text of a string or number, "true"/"false"/"null", or the JSON text
+    // of an object or array; "" when absent.
+    std::string text(const std::string &key) const;
+};
+
+struct ToolRun {
+    int status = -1; // exit status; -1 when it did not exit normally
+    std::string out;
+    std::string err;
+};
+// Runs build/vyxsim (or another built tool) to its end.
+ToolRun runTool(const std::string &tool, const std::vector<std::string> &args);
+
+std::string shippedScenario(const std::string &file); // examples/scenarios/FILE
+
+class E2eTest : public BusTest {
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    // Writes a scenario below the root; "extends" may name a shipped scenario by its path.
+    std::string writeScenario(const std::string &name, const std::string &json);
+    ::testing::AssertionResult startSim(const std::string &scenarioPath);
+    // Up once it owns its name; `settled` also waits until it has read the demo preference (a
+    // "demoState" call is answered once it has), so a test's first call can't race that read.
+    ::testing::AssertionResult startDaemon(bool settled = true);
+    // The daemon's exit status once it ended by itself; -1 while it runs or when it was killed.
+    int waitForDaemonExit(int timeoutMs);
+
+    // Calls any method and returns its first reply ("" when none came).
+    std::string call(const std::string &uri, const std::string &payload = "{}", int timeoutMs = 5000);
+    // Calls a control method of the simulator.
+    std::string sim(const std::string &method, const std::string &payload = "{}");
+
+    // Records received so far, of one kind or all.
+    std::vector<SimRecord> records(const std::string &kind = "") const;
+    ::testing::AssertionResult waitForRecord(const std::string &kind,
+                                             const std::function<bool(const SimRecord &)> &match,
+                                             const std::string &what, int timeoutMs = 10000);
+    // The daemon's log (its lines are mirrored to stderr on a host).
+    std::string daemonLog() const;
+    std::string dump() const;
+
+  private:
+    ::testing::AssertionResult collecting();
+    void stop(GSubprocess *&process, int signal, const char *name, bool mustExitCleanly);
+
+    std::unique_ptr<BusClient> m_client;
+    std::unique_ptr<BusClient> m_watch;
+    GSubprocess *m_sim = nullptr;
+    GSubprocess *m_daemon = nullptr;
+    mutable size_t m_parsed = 0;
+    mutable std::vector<SimRecord> m_records;
+};
