@@ -38,6 +38,7 @@ struct Category {
 struct BusHandle {
     GDBusConnection *connection;
     char *serviceName;
+    bool nameOwned;
     GCancellable *cancellable;
     guint replySubscription;
     GHashTable *subscriptions; // serial -> PendingCall*
@@ -234,6 +235,27 @@ static bool requestName(GDBusConnection *connection, const char *name, BusError 
     return true;
 }
 
+static bool nameIsFree(GDBusConnection *connection, const char *name, BusError *error) {
+    GError *gerror = nullptr;
+    GVariant *result = g_dbus_connection_call_sync(
+        connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+        "NameHasOwner", g_variant_new("(s)", name), G_VARIANT_TYPE("(b)"), G_DBUS_CALL_FLAGS_NONE,
+        -1, nullptr, &gerror);
+    if (!result) {
+        setGError(error, gerror);
+        g_error_free(gerror);
+        return false;
+    }
+    gboolean owned = FALSE;
+    g_variant_get(result, "(b)", &owned);
+    g_variant_unref(result);
+    if (owned) {
+        g_autofree char *text = g_strdup_printf("The name %s is owned by another connection", name);
+        setError(error, BUS_ERROR_GENERIC, text);
+    }
+    return !owned;
+}
+
 bool KSRegister(const char *serviceName, BusHandle **handle, BusError *error) {
     if (!handle) {
         setError(error, BUS_ERROR_GENERIC, "Invalid parameters");
@@ -263,7 +285,7 @@ bool KSRegister(const char *serviceName, BusHandle **handle, BusError *error) {
     }
     // Losing the bus must not end the process behind the service's back.
     g_dbus_connection_set_exit_on_close(connection, FALSE);
-    if (serviceName && !requestName(connection, serviceName, error)) {
+    if (serviceName && !nameIsFree(connection, serviceName, error)) {
         g_dbus_connection_close_sync(connection, nullptr, nullptr);
         g_object_unref(connection);
         return false;
@@ -281,11 +303,18 @@ bool KSRegister(const char *serviceName, BusHandle **handle, BusError *error) {
     return true;
 }
 
+// GDBus dispatches on the default main context the loop runs, so attaching is when a named
+// service starts to serve: its name is owned only now, after its categories are published, so
+// no caller ever finds the name without the methods behind it.
 bool KSGmainAttach(BusHandle *handle, GMainLoop *loop, BusError *error) {
-    // GDBus dispatches on the default main context the loop runs; nothing more to attach.
     if (!handle || !loop) {
         setError(error, BUS_ERROR_GENERIC, "Invalid parameters");
         return false;
+    }
+    if (handle->serviceName && !handle->nameOwned) {
+        if (!requestName(handle->connection, handle->serviceName, error))
+            return false;
+        handle->nameOwned = true;
     }
     return true;
 }

@@ -43,8 +43,10 @@ typedef uint32_t BusToken;
 void KSErrorInit(BusError *error);
 void KSErrorFree(BusError *error);
 
-// Opens a private connection; with a name, owns that well-known name (no queueing).
+// Opens a private connection; with a name, fails when that well-known name is owned already.
 bool KSRegister(const char *serviceName, BusHandle **handle, BusError *error);
+// Starts serving from the loop: a named connection owns its name from here on (no queueing),
+// so register its categories first.
 bool KSGmainAttach(BusHandle *handle, GMainLoop *loop, BusError *error);
 bool KSRegisterCategory(BusHandle *handle, const char *category, const BusMethod *methods,
                         const BusSignal *signals, const void *properties, BusError *error);

@@ -87,8 +87,13 @@ bool FakeService::start() {
             ADD_FAILURE() << "cannot publish " << m_name << category << ": "
                           << (error.message ? error.message : "");
     }
+    GMainLoop *loop = g_main_loop_new(nullptr, FALSE);
+    bool serving = KSGmainAttach(m_handle, loop, &error);
+    g_main_loop_unref(loop);
+    if (!serving)
+        ADD_FAILURE() << "cannot own " << m_name << ": " << (error.message ? error.message : "");
     KSErrorFree(&error);
-    return true;
+    return serving;
 }
 
 void FakeService::stop() {
