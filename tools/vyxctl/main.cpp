@@ -26,10 +26,22 @@ struct State {
     bool refused = false;
 };
 
+// A reply that is not valid JSON (an error text escaped the wrong way, say) still counts when it
+// plainly says "returnValue":false.
+bool textSaysFalse(const char *payload)
+{
+    return g_regex_match_simple("\"returnValue\"\\s*:\\s*(false|\"false\")", payload, G_REGEX_CASELESS,
+                                G_REGEX_MATCH_DEFAULT);
+}
+
 bool saysFalse(const char *payload)
 {
+    if (!payload)
+        return false;
     JsonTree root = jsonParse(payload);
-    if (!root || root->type != JSON_OBJECT)
+    if (!root)
+        return textSaysFalse(payload);
+    if (root->type != JSON_OBJECT)
         return false;
     const JsonNode *label = json_find_first_label(root.get(), "returnValue");
     const JsonNode *value = label ? label->child : nullptr;

@@ -220,8 +220,14 @@ void isRemove(Call &call)
         call.fail("Missing id");
         return;
     }
-    if (!packageFind(id)) {
+    const Package *package = packageFind(id);
+    if (!package) {
         call.fail("Package " + id + " is not installed");
+        return;
+    }
+    // Only what lives in the user application area can go; the system image stays.
+    if (!package->userInstalled && !g_str_has_prefix(package->icon.c_str(), "/media/cryptofs/apps/")) {
+        call.fail("Package " + id + " is part of the system");
         return;
     }
     if (busy(id)) {
