@@ -10,6 +10,19 @@
 
 namespace {
 
+std::string valueText(const JsonNode *value);
+
+// A value as it is written inside a larger document: strings keep their quotes.
+void appendValue(std::string &out, const JsonNode *value)
+{
+    bool quoted = value && value->type == JSON_STRING;
+    if (quoted)
+        out += '"';
+    out += valueText(value);
+    if (quoted)
+        out += '"';
+}
+
 std::string valueText(const JsonNode *value)
 {
     if (!value)
@@ -32,11 +45,12 @@ std::string valueText(const JsonNode *value)
             if (child != value->child)
                 out += ',';
             if (object) {
-                out += "\"" + std::string(child->text ? child->text : "") + "\":";
-                const JsonNode *member = child->child;
-                out += member && member->type == JSON_STRING ? "\"" + valueText(member) + "\"" : valueText(member);
+                out += '"';
+                out += child->text ? child->text : "";
+                out += "\":";
+                appendValue(out, child->child);
             } else {
-                out += child->type == JSON_STRING ? "\"" + valueText(child) + "\"" : valueText(child);
+                appendValue(out, child);
             }
         }
         return out + (object ? "}" : "]");

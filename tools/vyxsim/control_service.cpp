@@ -113,7 +113,7 @@ void ctPreferences(Call &call)
 {
     std::string members;
     for (const auto &[key, value] : sim().device.preferences)
-        members += (members.empty() ? "\"" : ",\"") + jsonEscape(key) + "\":" + value;
+        appendItem(members, jsonQuote(key) + ":" + value);
     call.reply("{\"returnValue\":true,\"preferences\":{" + members + "}}");
 }
 
@@ -121,12 +121,12 @@ void ctDevice(Call &call)
 {
     std::string running;
     for (const RunningApp &app : sim().device.running)
-        running += (running.empty() ? "" : ",") + std::string("{\"id\":\"") + jsonEscape(app.id) +
-                   "\",\"processid\":\"" + std::to_string(app.processId) + "\"}";
+        appendItem(running, "{\"id\":" + jsonQuote(app.id) + ",\"processid\":\"" +
+                                std::to_string(app.processId) + "\"}");
     std::string services;
     for (const std::string &name : serviceNames())
-        services += (services.empty() ? "" : ",") + std::string("{\"name\":\"") + name +
-                    "\",\"running\":" + (serviceIsRunning(name) ? "true" : "false") + "}";
+        appendItem(services, "{\"name\":" + jsonQuote(name) + ",\"running\":" +
+                                 (serviceIsRunning(name) ? "true" : "false") + "}");
     const char *allow1x = sim().allow1x < 0 ? "null" : sim().allow1x ? "true" : "false";
     call.reply("{\"returnValue\":true,\"scenario\":\"" + jsonEscape(sim().device.name) + "\",\"storeUrl\":\"" +
                jsonEscape(sim().storeUrl) + "\",\"storeFault\":\"" + storeFaultName(sim().device.faults.store) +
@@ -152,7 +152,7 @@ void ctWatch(Call &call)
     std::string filter;
     if (const JsonNode *kinds = jsonMember(call.json.get(), "kinds"); kinds && kinds->type == JSON_ARRAY)
         for (const JsonNode *kind = kinds->child; kind; kind = kind->next)
-            filter += (filter.empty() ? "" : ";") + jsonText(kind);
+            appendItem(filter, jsonText(kind), ';');
     call.reply("{\"returnValue\":true,\"subscribed\":true}");
     call.keep("sim/watch", filter);
 }

@@ -30,8 +30,6 @@ const Package *installedApp(const std::string &appId)
     return nullptr;
 }
 
-std::string quoted(const std::string &text) { return "\"" + jsonEscape(text) + "\""; }
-
 void amLaunch(Call &call)
 {
     JsonTree tree = jsonParseLenient(call.payload);
@@ -47,11 +45,11 @@ void amLaunch(Call &call)
     // Pop-ups are what a person watches; they count whether or not the core application can
     // show them.
     if (id == CORE_APP && action == "popupalert")
-        recordEvent("popup", "\"message\":" + quoted(jsonText(jsonMember(params, "message"))) +
-                                 ",\"name\":" + quoted(jsonText(jsonMember(params, "name"))) +
-                                 ",\"percent\":" + quoted(jsonText(jsonMember(params, "percent"))));
+        recordEvent("popup", "\"message\":" + jsonQuote(jsonText(jsonMember(params, "message"))) +
+                                 ",\"name\":" + jsonQuote(jsonText(jsonMember(params, "name"))) +
+                                 ",\"percent\":" + jsonQuote(jsonText(jsonMember(params, "percent"))));
 
-    std::string members = "\"id\":" + quoted(id) + ",\"action\":" + quoted(action) + ",\"params\":" + paramsText;
+    std::string members = "\"id\":" + jsonQuote(id) + ",\"action\":" + jsonQuote(action) + ",\"params\":" + paramsText;
     if (!installedApp(id)) {
         recordEvent("launch", members + ",\"ok\":false");
         call.fail("Application not found: " + id);
@@ -70,16 +68,16 @@ void amLaunch(Call &call)
     if (action == "exit")
         std::erase_if(running, [&](const RunningApp &r) { return r.id == id; });
     std::string pid = std::to_string(processId);
-    recordEvent("launch", members + ",\"ok\":true,\"processId\":" + quoted(pid));
-    call.reply("{\"returnValue\":true,\"processId\":" + quoted(pid) + "}");
+    recordEvent("launch", members + ",\"ok\":true,\"processId\":" + jsonQuote(pid));
+    call.reply("{\"returnValue\":true,\"processId\":" + jsonQuote(pid) + "}");
 }
 
 void amRunning(Call &call)
 {
     std::string list;
     for (const RunningApp &app : sim().device.running)
-        list += std::string(list.empty() ? "" : ",") + "{\"id\":" + quoted(app.id) + ",\"processid\":\"" +
-                std::to_string(app.processId) + "\"}";
+        appendItem(list, "{\"id\":" + jsonQuote(app.id) + ",\"processid\":\"" +
+                             std::to_string(app.processId) + "\"}");
     call.reply("{\"returnValue\":true,\"running\":[" + list + "]}");
 }
 
@@ -96,7 +94,7 @@ void amClose(Call &call)
         call.fail("No process " + text);
         return;
     }
-    recordEvent("close", "\"id\":" + quoted(app->id) + ",\"processId\":" + quoted(text));
+    recordEvent("close", "\"id\":" + jsonQuote(app->id) + ",\"processId\":" + jsonQuote(text));
     running.erase(app);
     call.ok();
 }
@@ -115,7 +113,7 @@ void ssGetPreferences(Call &call)
         std::string name = jsonText(key);
         for (const auto &[prefKey, value] : sim().device.preferences)
             if (prefKey == name)
-                members += (members.empty() ? "" : ",") + quoted(prefKey) + ":" + value;
+                appendItem(members, jsonQuote(prefKey) + ":" + value);
     }
     call.reply(jsonJoinMembers("\"returnValue\":true", members));
 }
@@ -136,7 +134,7 @@ void ssSetPreferences(Call &call)
             entry->second = value;
         else
             prefs.emplace_back(key, value);
-        recordEvent("preference", "\"key\":" + quoted(key) + ",\"value\":" + value);
+        recordEvent("preference", "\"key\":" + jsonQuote(key) + ",\"value\":" + value);
     }
     call.ok();
 }
@@ -148,14 +146,14 @@ void asGetAccountToken(Call &call)
         call.fail("No account on this device");
         return;
     }
-    call.reply("{\"returnValue\":true,\"token\":" + quoted(account->token) + ",\"accountAlias\":" +
-               quoted(account->alias) + ",\"accountState\":" + quoted(account->state) +
-               ",\"uniqueId\":" + quoted(account->uniqueId) + "}");
+    call.reply("{\"returnValue\":true,\"token\":" + jsonQuote(account->token) + ",\"accountAlias\":" +
+               jsonQuote(account->alias) + ",\"accountState\":" + jsonQuote(account->state) +
+               ",\"uniqueId\":" + jsonQuote(account->uniqueId) + "}");
 }
 
 void asGetServerUrl(Call &call)
 {
-    call.reply("{\"returnValue\":true,\"serverUrl\":" + quoted(sim().storeUrl) + "}");
+    call.reply("{\"returnValue\":true,\"serverUrl\":" + jsonQuote(sim().storeUrl) + "}");
 }
 
 void dpGetDeviceId(Call &call)
@@ -164,7 +162,7 @@ void dpGetDeviceId(Call &call)
         call.fail("Device id not available");
         return;
     }
-    call.reply("{\"returnValue\":true,\"deviceId\":" + quoted(sim().device.deviceId) + "}");
+    call.reply("{\"returnValue\":true,\"deviceId\":" + jsonQuote(sim().device.deviceId) + "}");
 }
 
 void spGetSomeSysPropertiesObj(Call &call)
@@ -183,7 +181,7 @@ void spGetSomeSysPropertiesObj(Call &call)
         else if (key == "com.velto.properties.machineName")
             value = &sim().device.machineName;
         if (value && value->has_value())
-            values += std::string(values.empty() ? "" : ",") + "{" + quoted(key) + ":" + quoted(**value) + "}";
+            appendItem(values, jsonJoinMembers(jsonQuote(key) + ":" + jsonQuote(**value), ""));
     }
     call.reply("{\"returnValue\":true,\"values\":[" + values + "]}");
 }
@@ -250,8 +248,8 @@ std::string packagesJson()
     for (const Package &package : sim().device.packages) {
         if (out.size() > 1)
             out += ',';
-        out += "{\"id\":" + quoted(package.id) + ",\"version\":" + quoted(package.version) +
-               ",\"title\":" + quoted(package.title) + ",\"userInstalled\":" +
+        out += "{\"id\":" + jsonQuote(package.id) + ",\"version\":" + jsonQuote(package.version) +
+               ",\"title\":" + jsonQuote(package.title) + ",\"userInstalled\":" +
                (package.userInstalled ? "true" : "false") + ",\"icon\":\"" +
                jsonEscapeSlashes(package.icon) + "\"}";
     }

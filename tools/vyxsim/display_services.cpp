@@ -28,8 +28,6 @@ struct Activity {
 std::vector<Activity> s_activities;
 long s_nextActivityId = 1;
 
-std::string quoted(const std::string &text) { return "\"" + jsonEscape(text) + "\""; }
-
 std::string statusReply()
 {
     const std::string &status = sim().device.display;
@@ -94,7 +92,7 @@ bool callbackReplyCB(BusHandle *, BusMessage *reply, void *context)
     long id = static_cast<long>(reinterpret_cast<intptr_t>(context));
     const char *payload = KSMessageGetPayload(reply);
     recordEvent("activity", "\"action\":\"replied\",\"activityId\":" + std::to_string(id) +
-                                ",\"reply\":" + quoted(payload ? payload : ""));
+                                ",\"reply\":" + jsonQuote(payload ? payload : ""));
     return true;
 }
 
@@ -105,15 +103,15 @@ void fire(const Activity &activity, const std::string &trigger)
                              : std::string();
     std::string payload = jsonJoinMembers(
         params, "\"$activity\":{\"activityId\":" + std::to_string(activity.id) + ",\"name\":" +
-                    quoted(activity.name) + ",\"trigger\":" + trigger + "}");
+                    jsonQuote(activity.name) + ",\"trigger\":" + trigger + "}");
     BusError error;
     KSErrorInit(&error);
     BusToken token = 0;
     bool sent = KSCall(outgoingHandle(), activity.callbackMethod.c_str(), payload.c_str(), callbackReplyCB,
                        reinterpret_cast<void *>(static_cast<intptr_t>(activity.id)), &token, &error);
     recordEvent("activity", "\"action\":\"fired\",\"activityId\":" + std::to_string(activity.id) +
-                                ",\"name\":" + quoted(activity.name) + ",\"method\":" +
-                                quoted(activity.callbackMethod) + ",\"payload\":" + quoted(payload) +
+                                ",\"name\":" + jsonQuote(activity.name) + ",\"method\":" +
+                                jsonQuote(activity.callbackMethod) + ",\"payload\":" + jsonQuote(payload) +
                                 ",\"sent\":" + (sent ? "true" : "false"));
     if (!sent)
         g_printerr("vyxsim: activity %s: call failed: %s\n", activity.name.c_str(),
@@ -144,7 +142,7 @@ void acCreate(Call &call)
     bool replaced = std::erase_if(s_activities, [&](const Activity &a) { return a.name == name; }) > 0;
     s_activities.push_back(created);
     recordEvent("activity", "\"action\":\"created\",\"activityId\":" + std::to_string(created.id) +
-                                ",\"name\":" + quoted(name) + ",\"replaced\":" + (replaced ? "true" : "false"));
+                                ",\"name\":" + jsonQuote(name) + ",\"replaced\":" + (replaced ? "true" : "false"));
     call.reply("{\"returnValue\":true,\"activityId\":" + std::to_string(created.id) + "}");
 }
 
@@ -203,9 +201,9 @@ std::string activitiesJson()
     for (const Activity &a : s_activities) {
         if (out.size() > 1)
             out += ',';
-        out += "{\"activityId\":" + std::to_string(a.id) + ",\"name\":" + quoted(a.name) +
-               ",\"trigger\":" + quoted(a.triggerMethod) + ",\"where\":" + (a.where.empty() ? "null" : a.where) +
-               ",\"callback\":" + quoted(a.callbackMethod) + "}";
+        out += "{\"activityId\":" + std::to_string(a.id) + ",\"name\":" + jsonQuote(a.name) +
+               ",\"trigger\":" + jsonQuote(a.triggerMethod) + ",\"where\":" + (a.where.empty() ? "null" : a.where) +
+               ",\"callback\":" + jsonQuote(a.callbackMethod) + "}";
     }
     return out + "]";
 }

@@ -34,12 +34,10 @@ struct Install {
 std::list<Install> s_installs;
 long s_nextTicket = 1;
 
-std::string quoted(const std::string &text) { return "\"" + jsonEscape(text) + "\""; }
-
 std::string entryJson(const Install &install)
 {
-    return "{\"id\":" + quoted(install.id) + ",\"ticket\":" + std::to_string(install.ticket) +
-           ",\"details\":{\"state\":" + quoted(install.state) + ",\"progress\":" +
+    return "{\"id\":" + jsonQuote(install.id) + ",\"ticket\":" + std::to_string(install.ticket) +
+           ",\"details\":{\"state\":" + jsonQuote(install.state) + ",\"progress\":" +
            std::to_string(install.progress) + "}}";
 }
 
@@ -47,14 +45,14 @@ std::string listReply()
 {
     std::string apps;
     for (const Install &install : s_installs)
-        apps += (apps.empty() ? "" : ",") + entryJson(install);
+        appendItem(apps, entryJson(install));
     return "{\"returnValue\":true,\"status\":{\"apps\":[" + apps + "]}}";
 }
 
 std::string singleReply(const Install &install)
 {
-    return "{\"returnValue\":true,\"id\":" + quoted(install.id) + ",\"ticket\":" + std::to_string(install.ticket) +
-           ",\"details\":{\"state\":" + quoted(install.state) + ",\"progress\":" +
+    return "{\"returnValue\":true,\"id\":" + jsonQuote(install.id) + ",\"ticket\":" + std::to_string(install.ticket) +
+           ",\"details\":{\"state\":" + jsonQuote(install.state) + ",\"progress\":" +
            std::to_string(install.progress) + "}}";
 }
 
@@ -82,8 +80,8 @@ std::string singleReplyNext()
 
 void changed(Install &install)
 {
-    recordEvent("install", "\"id\":" + quoted(install.id) + ",\"ticket\":" + std::to_string(install.ticket) +
-                               ",\"state\":" + quoted(install.state) + ",\"progress\":" +
+    recordEvent("install", "\"id\":" + jsonQuote(install.id) + ",\"ticket\":" + std::to_string(install.ticket) +
+                               ",\"state\":" + jsonQuote(install.state) + ",\"progress\":" +
                                std::to_string(install.progress));
     publishEach("install", [&](const Subscriber &who) {
         if (who.filter.empty())
@@ -191,7 +189,7 @@ void isInstall(Call &call)
     }
     auto behaviour = sim().device.installs.find(id);
     if (behaviour != sim().device.installs.end() && behaviour->second.outcome == InstallOutcome::Refused) {
-        recordEvent("install", "\"id\":" + quoted(id) + ",\"ticket\":0,\"state\":\"refused\",\"progress\":0");
+        recordEvent("install", "\"id\":" + jsonQuote(id) + ",\"ticket\":0,\"state\":\"refused\",\"progress\":0");
         call.fail("Install of " + id + " refused");
         return;
     }
@@ -274,8 +272,8 @@ std::string installsJson()
     for (const Install &install : s_installs) {
         if (out.size() > 1)
             out += ',';
-        out += "{\"id\":" + quoted(install.id) + ",\"ticket\":" + std::to_string(install.ticket) +
-               ",\"removal\":" + (install.removal ? "true" : "false") + ",\"state\":" + quoted(install.state) +
+        out += "{\"id\":" + jsonQuote(install.id) + ",\"ticket\":" + std::to_string(install.ticket) +
+               ",\"removal\":" + (install.removal ? "true" : "false") + ",\"state\":" + jsonQuote(install.state) +
                ",\"progress\":" + std::to_string(install.progress) +
                ",\"finished\":" + (install.finished ? "true" : "false") + "}";
     }

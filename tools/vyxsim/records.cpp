@@ -67,10 +67,14 @@ void recordCall(const char *service, const char *category, const char *method, c
                 const char *payload)
 {
     long seq = ++s_seq;
-    std::string json = "{" + header("call", seq) + ",\"service\":\"" + jsonEscape(validText(service)) +
-                       "\",\"category\":\"" + jsonEscape(validText(category)) + "\",\"method\":\"" +
-                       jsonEscape(validText(method)) + "\",\"sender\":\"" + jsonEscape(validText(sender)) +
-                       "\",\"payload\":\"" + jsonEscape(validText(payload)) + "\"}";
+    std::string json = "{";
+    json += header("call", seq);
+    json += ",\"service\":" + jsonQuote(validText(service));
+    json += ",\"category\":" + jsonQuote(validText(category));
+    json += ",\"method\":" + jsonQuote(validText(method));
+    json += ",\"sender\":" + jsonQuote(validText(sender));
+    json += ",\"payload\":" + jsonQuote(validText(payload));
+    json += "}";
     if (s_log) {
         fputs(json.c_str(), s_log);
         fputc('\n', s_log);

@@ -54,8 +54,10 @@ void onlyMembers(const JsonNode *object, const std::string &where,
             ok = ok || key == name;
         if (!ok) {
             std::string list;
-            for (const char *name : known)
-                list += std::string(list.empty() ? "" : ", ") + name;
+            for (const char *name : known) {
+                list += list.empty() ? "" : ", ";
+                list += name;
+            }
             fail(at(where, key.c_str()), "unknown member (known: " + list + ")");
         }
     }
@@ -616,7 +618,7 @@ bool parseInstallBehaviour(const char *text, std::string &id, InstallBehaviour &
         std::string rest;
         for (const JsonNode *label = root->child; label; label = label->next)
             if (strcmp(label->text, "id") != 0)
-                rest += std::string(rest.empty() ? "" : ",") + "\"" + label->text + "\":" + jsonWrite(label->child);
+                appendItem(rest, "\"" + std::string(label->text) + "\":" + jsonWrite(label->child));
         JsonTree entry = jsonParse(("{" + rest + "}").c_str());
         InstallBehaviour parsed;
         readBehaviour(entry.get(), "installService.packages." + id, parsed);

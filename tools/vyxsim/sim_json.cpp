@@ -37,6 +37,23 @@ std::string jsonEscape(std::string_view text)
     return out;
 }
 
+std::string jsonQuote(std::string_view text)
+{
+    std::string out;
+    out.reserve(text.size() + 2);
+    out += '"';
+    appendEscaped(out, text, false);
+    out += '"';
+    return out;
+}
+
+void appendItem(std::string &list, std::string_view item, char separator)
+{
+    if (!list.empty())
+        list += separator;
+    list += item;
+}
+
 std::string jsonEscapeSlashes(std::string_view text)
 {
     std::string out;

@@ -33,5 +33,10 @@ bool jsonReplyFailed(const JsonNode *root);
 std::string jsonNormalizeLenient(std::string_view text);
 JsonTree jsonParseLenient(const char *text);
 
+// "\"" + escaped text + "\"".
+std::string jsonQuote(std::string_view text);
+// Appends `item` to a list text, with `separator` before it unless the list is empty.
+void appendItem(std::string &list, std::string_view item, char separator = ',');
+
 // "{" + a + b + "}" where a and b are member lists ("\"k\":v,..."), either possibly empty.
 std::string jsonJoinMembers(std::string_view a, std::string_view b);

@@ -16,8 +16,6 @@ SoupServer *s_server = nullptr;
 int s_port = 0;
 bool s_listening = false;
 
-std::string quoted(const std::string &text) { return "\"" + jsonEscape(text) + "\""; }
-
 // Request bodies are written with single quotes and unescaped values; read them leniently and
 // take the first member of that name at any depth.
 std::string findText(const JsonNode *node, const char *key)
@@ -47,20 +45,20 @@ std::string appDetailReply(const std::string &packageId)
         std::string icon = !entry.icon.empty() ? entry.icon : sim().storeUrl + "icon/" + entry.id + ".png";
         std::string home = !entry.homeUrl.empty() ? entry.homeUrl : "http://www.velto.example/";
         return "{\"OutGetAppDetailV2\":{\"appDetail\":{\"id\":" + std::to_string(entry.catalogId) +
-               ",\"publicApplicationId\":" + quoted(entry.id) + ",\"title\":" + quoted(entry.title) +
-               ",\"version\":" + quoted(entry.version) + ",\"appSize\":" + std::to_string(entry.size) +
-               ",\"appLocation\":" + quoted(location) + ",\"appIcon\":" + quoted(icon) +
-               ",\"homeURL\":" + quoted(home) + ",\"vendorid\":" + std::to_string(entry.vendorId) + "}}}";
+               ",\"publicApplicationId\":" + jsonQuote(entry.id) + ",\"title\":" + jsonQuote(entry.title) +
+               ",\"version\":" + jsonQuote(entry.version) + ",\"appSize\":" + std::to_string(entry.size) +
+               ",\"appLocation\":" + jsonQuote(location) + ",\"appIcon\":" + jsonQuote(icon) +
+               ",\"homeURL\":" + jsonQuote(home) + ",\"vendorid\":" + std::to_string(entry.vendorId) + "}}}";
     }
     return "{\"JSONException\":{\"message\":" +
-           quoted("Application " + packageId + " not found in catalogue") + "}}";
+           jsonQuote("Application " + packageId + " not found in catalogue") + "}}";
 }
 
 std::string profileReply()
 {
     std::string apps;
     for (const std::string &id : sim().device.profile)
-        apps += (apps.empty() ? "" : ",") + std::string("{\"publicApplicationId\":") + quoted(id) + "}";
+        appendItem(apps, "{\"publicApplicationId\":" + jsonQuote(id) + "}");
     return "{\"OutGetUserInstalledAppsV2\":{\"userApps\":[" + apps + "]}}";
 }
 
@@ -134,9 +132,9 @@ void handle(SoupServer *, SoupServerMessage *message, const char *path, GHashTab
     } else if (fault == StoreFault::Malformed) {
         reply = reply.substr(0, reply.size() / 2); // cut mid-document
     }
-    recordEvent("store", "\"method\":" + quoted(method) + ",\"package\":" + quoted(subject) +
+    recordEvent("store", "\"method\":" + jsonQuote(method) + ",\"package\":" + jsonQuote(subject) +
                              ",\"status\":" + std::to_string(status) + ",\"fault\":" +
-                             quoted(storeFaultName(fault)));
+                             jsonQuote(storeFaultName(fault)));
     respond(message, status, reply);
     if (fault == StoreFault::Slow && sim().device.faults.storeDelayMs > 0) {
         soup_server_message_pause(message);
