@@ -477,8 +477,23 @@ static char *notRunningPayload(const char *service) {
                            service, service);
 }
 
+// A JSON string body: quotes, backslashes and control characters escaped, UTF-8 kept as is.
+static char *jsonEscape(const char *text) {
+    GString *out = g_string_new(nullptr);
+    for (const char *p = text; *p; ++p) {
+        unsigned char c = static_cast<unsigned char>(*p);
+        if (c == '"' || c == '\\')
+            g_string_append_c(out, '\\');
+        if (c < 0x20)
+            g_string_append_printf(out, "\\u%04x", c);
+        else
+            g_string_append_c(out, static_cast<char>(c));
+    }
+    return g_string_free(out, FALSE);
+}
+
 static char *errorPayload(const char *text) {
-    g_autofree char *escaped = g_strescape(text ? text : "", nullptr);
+    g_autofree char *escaped = jsonEscape(text ? text : "");
     return g_strdup_printf("{\"returnValue\":false,\"errorCode\":-1,\"errorText\":\"%s\"}", escaped);
 }
 

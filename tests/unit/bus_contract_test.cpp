@@ -2,6 +2,7 @@
 #include <gio/gio.h>
 
 #include "bus_test.h"
+#include "platform/json.h"
 #include "fake_service.h"
 
 namespace {
@@ -91,6 +92,8 @@ TEST_F(BusContract, OtherBusErrorsCarryTheirMessage) {
               std::string::npos)
         << unknown;
     EXPECT_EQ(unknown.find("serviceName"), std::string::npos);
+    // GDBus quotes names with typographic quotes: the text must still be valid JSON.
+    EXPECT_TRUE(jsonParse(unknown.c_str())) << unknown;
     // A call that its service drops unanswered must not leave the caller waiting forever.
     EXPECT_NE(client.call("velto://com.example.quiet/drop", "{}").find("\"returnValue\":false"),
               std::string::npos);
