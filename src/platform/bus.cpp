@@ -456,7 +456,7 @@ static bool parseAddress(const char *uri, Address *address) {
     const char *last = strrchr(slash, '/');
     address->path.assign(slash, last - slash);
     if (address->path.empty())
-        address->path = "/";
+        address->path.assign(1, '/');
     address->method = last + 1;
     return g_dbus_is_name(address->name.c_str()) && !g_dbus_is_unique_name(address->name.c_str()) &&
            g_variant_is_object_path(address->path.c_str()) &&

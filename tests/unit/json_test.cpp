@@ -265,8 +265,10 @@ TEST(JsonFree, FreesDeepAndWideTreesAndSubtrees) {
     EXPECT_EQ(deep, nullptr);
 
     std::string list = "[0";
-    for (int i = 1; i < 10000; i++)
-        list += "," + std::to_string(i);
+    for (int i = 1; i < 10000; i++) {
+        list += ',';
+        list += std::to_string(i);
+    }
     JsonTree wide = jsonParse((list + "]").c_str());
     ASSERT_NE(wide, nullptr);
 
