@@ -24,4 +24,6 @@ ensure_packages() {
 VYX_BUILD_PACKAGES=(cmake make g++ pkg-config libglib2.0-dev libglib2.0-bin libcurl4-openssl-dev
                     libsoup-3.0-dev dbus-daemon)
 # What the test suite adds.
-VYX_TEST_PACKAGES=(libgtest-dev libgmock-dev googletest libbenchmark-dev clang libclang-rt-14-dev)
+VYX_TEST_PACKAGES=(libgtest-dev libgmock-dev googletest libbenchmark-dev)
+# What fuzzing adds.
+VYX_FUZZ_PACKAGES=(clang libclang-rt-14-dev)
