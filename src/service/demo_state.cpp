@@ -251,14 +251,13 @@ bool getDemoState(BusHandle *handle, BusMessage *message, void *) {
     return true;
 }
 
-void sendDemoStatusResponse() {
-    static const char *const self = "sendDemoStatusResponse";
+void sendDemoStatusResponse(const char *caller) {
     if (!s_kshandleStatus)
         return;
     g_autofree char *payload = g_strdup_printf(DEMO_STATE_FORMAT, demoStateText());
-    vyxLog(LOG_DEBUG, "%s: About to send generic response for 'getDemoState' method\": %s", self,
-           payload);
-    replyToMessage(s_kshandleStatus, s_messageStatus, payload, self);
+    vyxLog(LOG_DEBUG, "%s: About to send generic response for 'getDemoState' method\": %s",
+           logText(caller), payload);
+    replyToMessage(s_kshandleStatus, s_messageStatus, payload, "sendDemoStatusResponse");
     releaseHeldCall();
     s_isBootTime = false;
 }

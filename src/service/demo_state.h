@@ -23,5 +23,6 @@ bool setDemoState(BusHandle *handle, BusMessage *message, void *context);
 bool toggleDemo(BusHandle *handle, BusMessage *message, void *context);
 bool accountTokenCBboot(BusHandle *handle, BusMessage *reply, void *context);
 
-// Answers a held "demoState" call when the exit timer ends the process.
-void sendDemoStatusResponse();
+// Answers a held "demoState" call when the exit timer ends the process; `caller` names the
+// line that announces the answer.
+void sendDemoStatusResponse(const char *caller);

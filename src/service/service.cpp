@@ -191,7 +191,7 @@ gboolean exitTimerCB(gpointer) {
     }
     vyxLog(LOG_DEBUG, "exitTimerCB() fired: Exit application!");
     sendDownloadErrorResponse("exitTimerCB");
-    sendDemoStatusResponse();
+    sendDemoStatusResponse("exitTimerCB");
     stopAllTimers();
     deinitializeKovaService();
     releaseModules();
