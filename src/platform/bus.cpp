@@ -104,9 +104,10 @@ void KSMessageUnref(BusMessage *message) {
     if (!message || --message->refs > 0)
         return;
     if (message->invocation) {
-        // Nobody will ever answer this call: tell the caller instead of letting it wait forever.
-        g_dbus_method_invocation_return_dbus_error(message->invocation, "com.velto.ks.Error.NoReply",
-                                                   "The service dropped the call unanswered");
+        // A call its service leaves unanswered gets no reply: an error made up here would reach
+        // the caller as an answer the service never gave. The bus tells the caller when this
+        // connection goes.
+        g_object_unref(message->invocation);
     }
     if (message->connection)
         g_object_unref(message->connection);
