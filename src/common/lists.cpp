@@ -9,9 +9,9 @@ const char *getStringSeparator() { return strSeperator; }
 int prvFindInStringArray(StrArray array, int count, const char *string) {
     if (!array || count == 0 || !string || !*string)
         return -1;
-    // The owner's count, not the terminator, bounds the scan: entries beyond it are not the
-    // owner's to report.
-    for (int i = 0; i < count; i++)
+    // The owner's count bounds the scan: entries beyond it are not the owner's to report. A
+    // count that overstates the array still stops at the terminator.
+    for (int i = 0; i < count && array[i]; i++)
         if (g_strcmp0(array[i], string) == 0)
             return i;
     return -1;

@@ -85,6 +85,7 @@ TEST(Lists, FindInStringArrayIsBoundedByCount) {
         {4, "", -1},
         {4, nullptr, -1},
         {0, "com.a", -1},
+        {9, "com.x", -1},  // an overstated count must not read past the terminator
     };
     for (const auto &c : cases)
         EXPECT_EQ(prvFindInStringArray(array, c.count, c.string), c.expected)
