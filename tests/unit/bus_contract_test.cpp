@@ -197,4 +197,40 @@ TEST_F(BusContract, IntrospectionListsTheMethods) {
     EXPECT_NE(strstr(text, "<method name=\"beta\">"), nullptr);
 }
 
+// What a process sends on its way out (a withdrawal, a cancelled subscription, the answer to a
+// held call) must reach the bus although the connection closes right after.
+TEST_F(BusContract, UnregisterDeliversWhatWasSentBeforeIt) {
+    FakeService sink("com.example.sink");
+    sink.silent("/", "put");
+    ASSERT_TRUE(sink.start());
+    BusHandle *leaving = nullptr;
+    ASSERT_TRUE(KSRegister(nullptr, &leaving, nullptr));
+    int replies = 0;
+    ASSERT_TRUE(KSCall(leaving, "velto://com.example.sink/put", "{\"n\":1}", countReply, &replies,
+                       nullptr, nullptr));
+    ASSERT_TRUE(KSCall(leaving, "velto://com.example.sink/put", "{\"n\":2}", nullptr, nullptr,
+                       nullptr, nullptr));
+    EXPECT_TRUE(KSUnregister(leaving, nullptr));
+    ASSERT_TRUE(waitUntil([&] { return sink.count("put") == 2; }, "both calls"));
+    EXPECT_EQ(replies, 0);
+
+    BusMessage *held = nullptr;
+    BusHandle *heldOn = nullptr;
+    auto answering = std::make_unique<FakeService>("com.example.answering");
+    answering->handle("/", "wait", [&](BusHandle *h, BusMessage *m) {
+        KSMessageRef(m);
+        held = m;
+        heldOn = h;
+    });
+    ASSERT_TRUE(answering->start());
+    BusClient client;
+    ASSERT_TRUE(client.send("velto://com.example.answering/wait", "{}"));
+    ASSERT_TRUE(waitUntil([&] { return held != nullptr; }, "the call to arrive"));
+    EXPECT_TRUE(KSMessageReply(heldOn, held, "{\"last\":true}", nullptr));
+    KSMessageUnref(held);
+    answering.reset();
+    ASSERT_TRUE(waitUntil([&] { return !client.replies().empty(); }, "the last answer"));
+    EXPECT_EQ(client.replies()[0], "{\"last\":true}");
+}
+
 } // namespace
