@@ -328,3 +328,56 @@ void json_free_value(JsonNode **root) {
         }
     }
 }
+
+static void writeValue(std::string &out, const JsonNode *value) {
+    if (!value) {
+        out += "null";
+        return;
+    }
+    switch (value->type) {
+    case JSON_STRING:
+        out += '"';
+        out += value->text ? value->text : "";
+        out += '"';
+        return;
+    case JSON_NUMBER:
+        out += value->text ? value->text : "0";
+        return;
+    case JSON_TRUE:
+        out += "true";
+        return;
+    case JSON_FALSE:
+        out += "false";
+        return;
+    case JSON_NULL:
+        out += "null";
+        return;
+    case JSON_OBJECT:
+    case JSON_ARRAY: {
+        // Recursion is bounded by the parser's depth limit.
+        bool object = value->type == JSON_OBJECT;
+        out += object ? '{' : '[';
+        for (const JsonNode *child = value->child; child; child = child->next) {
+            if (child != value->child)
+                out += ',';
+            if (object) {
+                out += '"';
+                out += child->text ? child->text : "";
+                out += "\":";
+                writeValue(out, child->child);
+            } else {
+                writeValue(out, child);
+            }
+        }
+        out += object ? '}' : ']';
+        return;
+    }
+    }
+    out += "null";
+}
+
+std::string json_write(const JsonNode *value) {
+    std::string out;
+    writeValue(out, value);
+    return out;
+}

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 enum json_value_type {
     JSON_STRING = 0,
@@ -43,6 +44,10 @@ bool json_get_bool(const JsonNode *object, const char *key, bool *value);
 bool json_get_string(const JsonNode *object, const char *key, const char **value);
 // Frees a whole tree (from its root) and sets the pointer to null.
 void json_free_value(JsonNode **root);
+
+// Writes a value back as compact JSON; texts go out as they were written, so the result is valid
+// JSON whenever the tree came from the parser.
+std::string json_write(const JsonNode *value);
 
 struct JsonTreeDeleter {
     void operator()(JsonNode *root) const { json_free_value(&root); }

@@ -9,7 +9,7 @@
 #include <memory>
 
 #include "bus_test.h"
-#include "fake_service.h"
+#include "platform_fakes.h"
 #include "platform/host.h"
 #include "platform/log.h"
 #include "service/demo_state.h"
@@ -20,14 +20,7 @@ namespace {
 
 const char OK[] = R"({"returnValue":true})";
 
-struct Platform {
-    FakeService appManager{"com.velto.applicationManager"};
-    FakeService systemService{"com.velto.systemservice"};
-    FakeService accounts{"com.velto.accountservices"};
-    FakeService properties{"com.velto.preferences"};
-    FakeService deviceProfile{"com.velto.deviceprofile"};
-    FakeService activities{"com.velto.activitymanager"};
-    FakeService connMgr{"com.velto.connectionmanager"};
+struct Platform : PlatformFakes {
     int videoLaunches = 0;
 
     Platform() {
@@ -59,8 +52,7 @@ struct Platform {
         deviceProfile.reply("/", "getDeviceId", R"({"returnValue":true,"deviceId":"d"})");
         activities.reply("/", "create", OK);
         connMgr.silent("/", "getstatus");
-        for (FakeService *fake : {&appManager, &systemService, &accounts, &properties,
-                                  &deviceProfile, &activities, &connMgr})
+        for (FakeService *fake : allFakes())
             fake->start();
     }
 };

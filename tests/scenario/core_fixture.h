@@ -10,6 +10,7 @@
 
 #include "bus_test.h"
 #include "fake_service.h"
+#include "platform_fakes.h"
 #include "service/app_control.h"
 #include "service/service.h"
 
@@ -56,7 +57,7 @@ inline std::string closeOf(int pid) {
 
 } // namespace core
 
-class CoreScenario : public BusTest {
+class CoreScenario : public BusTest, protected PlatformFakes {
   protected:
     void SetUp() override {
         BusTest::SetUp();
@@ -144,11 +145,6 @@ class CoreScenario : public BusTest {
         return client->call(core::SERVICE + method, payload);
     }
 
-    std::vector<FakeService *> allFakes() {
-        return {&appManager, &systemService, &accounts, &properties, &deviceProfile, &activities,
-                &connMgr};
-    }
-
     static std::vector<std::string> payloads(const FakeService &fake, const std::string &method) {
         std::vector<std::string> found;
         for (const RecordedCall &call : fake.calls(method))
@@ -166,13 +162,6 @@ class CoreScenario : public BusTest {
         return found;
     }
 
-    FakeService appManager{"com.velto.applicationManager"};
-    FakeService systemService{"com.velto.systemservice"};
-    FakeService accounts{"com.velto.accountservices"};
-    FakeService properties{"com.velto.preferences"};
-    FakeService deviceProfile{"com.velto.deviceprofile"};
-    FakeService activities{"com.velto.activitymanager"};
-    FakeService connMgr{"com.velto.connectionmanager"};
     std::unique_ptr<BusClient> client; // on the test's private bus, so made in SetUp
 
     std::string demoPref = core::DEMO_OFF;

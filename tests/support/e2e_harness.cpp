@@ -10,53 +10,12 @@
 
 namespace {
 
-std::string valueText(const JsonNode *value);
-
-// A value as it is written inside a larger document: strings keep their quotes.
-void appendValue(std::string &out, const JsonNode *value)
-{
-    bool quoted = value && value->type == JSON_STRING;
-    if (quoted)
-        out += '"';
-    out += valueText(value);
-    if (quoted)
-        out += '"';
-}
-
+// A member's value as a test reads it: a string's text without its quotes, anything else as JSON.
 std::string valueText(const JsonNode *value)
 {
-    if (!value)
-        return "";
-    switch (value->type) {
-    case JSON_STRING:
-    case JSON_NUMBER:
+    if (value && value->type == JSON_STRING)
         return value->text ? value->text : "";
-    case JSON_TRUE:
-        return "true";
-    case JSON_FALSE:
-        return "false";
-    case JSON_NULL:
-        return "null";
-    case JSON_OBJECT:
-    case JSON_ARRAY: {
-        bool object = value->type == JSON_OBJECT;
-        std::string out = object ? "{" : "[";
-        for (const JsonNode *child = value->child; child; child = child->next) {
-            if (child != value->child)
-                out += ',';
-            if (object) {
-                out += '"';
-                out += child->text ? child->text : "";
-                out += "\":";
-                appendValue(out, child->child);
-            } else {
-                appendValue(out, child);
-            }
-        }
-        return out + (object ? "}" : "]");
-    }
-    }
-    return "";
+    return value ? json_write(value) : "";
 }
 
 std::string binary(const std::string &name) { return std::string(VYX_BINARY_DIR) + "/" + name; }

@@ -344,4 +344,22 @@ TEST(JsonLookup, FindsMembersByRawKey) {
     EXPECT_FALSE(json_get_string(array.get(), "flag", &text));
 }
 
+// The simulator and the test harness write parsed trees back out; what they write must read back
+// as the same document, escapes and number texts untouched.
+TEST(JsonWrite, WritesWhatWasParsedBackCompactly) {
+    const char *documents[] = {
+        "{\"a\":[1,-2.5e3,true,false,null],\"b\":{\"c\\/d\":\"x\\u0041\\\"\"}}",
+        "[]", "{}", "\"plain\"", "0", "[[[],{}]]",
+    };
+    for (const char *document : documents) {
+        SCOPED_TRACE(document);
+        JsonTree tree = jsonParse(document);
+        ASSERT_TRUE(tree);
+        EXPECT_EQ(json_write(tree.get()), document);
+    }
+    JsonTree spaced = jsonParse(" { \"k\" : [ 1 , 2 ] } ");
+    EXPECT_EQ(json_write(spaced.get()), "{\"k\":[1,2]}");
+    EXPECT_EQ(json_write(nullptr), "null");
+}
+
 } // namespace

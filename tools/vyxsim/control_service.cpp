@@ -33,7 +33,7 @@ void ctDisplayEvent(Call &call)
         call.fail("Missing event");
         return;
     }
-    size_t told = displayInject(jsonWrite(root));
+    size_t told = displayInject(json_write(root));
     call.reply("{\"returnValue\":true,\"notified\":" + std::to_string(told) + "}");
 }
 
@@ -42,7 +42,7 @@ void ctSetConnectivity(Call &call)
     const JsonNode *root = objectPayload(call);
     if (!root)
         return;
-    size_t told = connectivityInject(jsonWrite(root));
+    size_t told = connectivityInject(json_write(root));
     call.reply("{\"returnValue\":true,\"notified\":" + std::to_string(told) + "}");
 }
 

@@ -39,7 +39,7 @@ void amLaunch(Call &call)
         return;
     }
     const JsonNode *params = jsonMember(tree.get(), "params");
-    std::string paramsText = params ? jsonWrite(params) : "{}";
+    std::string paramsText = params ? json_write(params) : "{}";
     std::string action = jsonText(jsonMember(params, "action"));
 
     // Pop-ups are what a person watches; they count whether or not the core application can
@@ -128,7 +128,7 @@ void ssSetPreferences(Call &call)
     auto &prefs = sim().device.preferences;
     for (const JsonNode *label = root->child; label; label = label->next) {
         std::string key = jsonUnescape(label->text);
-        std::string value = jsonWrite(label->child);
+        std::string value = json_write(label->child);
         auto entry = std::find_if(prefs.begin(), prefs.end(), [&](const auto &p) { return p.first == key; });
         if (entry != prefs.end())
             entry->second = value;

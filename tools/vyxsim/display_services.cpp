@@ -136,9 +136,9 @@ void acCreate(Call &call)
     Activity created{s_nextActivityId++,
                      name,
                      jsonText(jsonMember(trigger, "method")),
-                     where ? jsonWrite(where) : std::string(),
+                     where ? json_write(where) : std::string(),
                      callbackMethod,
-                     params && params->type == JSON_OBJECT ? jsonWrite(params) : "{}"};
+                     params && params->type == JSON_OBJECT ? json_write(params) : "{}"};
     bool replaced = std::erase_if(s_activities, [&](const Activity &a) { return a.name == name; }) > 0;
     s_activities.push_back(created);
     recordEvent("activity", "\"action\":\"created\",\"activityId\":" + std::to_string(created.id) +

@@ -196,7 +196,7 @@ std::string localeText(const JsonNode *value, const std::string &where)
     onlyMembers(value, where, {"languageCode", "countryCode"});
     textAt(jsonMember(value, "languageCode"), at(where, "languageCode"));
     textAt(jsonMember(value, "countryCode"), at(where, "countryCode"));
-    return jsonWrite(value);
+    return json_write(value);
 }
 
 void setPreference(Scenario &scenario, const std::string &key, const std::string &value)
@@ -218,7 +218,7 @@ void readDevice(const JsonNode *device, const std::string &where, Scenario &scen
         objectAt(prefs, at(where, "preferences"));
         onlyMembers(prefs, at(where, "preferences"), {"vyxStageRunning", "vyxStageDetails", "locale"});
         for (const JsonNode *label = prefs->child; label; label = label->next)
-            setPreference(scenario, jsonUnescape(label->text), jsonWrite(label->child));
+            setPreference(scenario, jsonUnescape(label->text), json_write(label->child));
     }
     if (const JsonNode *locale = jsonMember(device, "locale"))
         setPreference(scenario, "locale", localeText(locale, at(where, "locale")));
@@ -248,12 +248,12 @@ void readDevice(const JsonNode *device, const std::string &where, Scenario &scen
     if (const JsonNode *deviceId = jsonMember(device, "deviceId"))
         scenario.deviceId = textAt(deviceId, at(where, "deviceId"));
     if (const JsonNode *connectivity = jsonMember(device, "connectivity"))
-        scenario.connectivity = jsonWrite(objectAt(connectivity, at(where, "connectivity")));
+        scenario.connectivity = json_write(objectAt(connectivity, at(where, "connectivity")));
     if (const JsonNode *display = jsonMember(device, "display")) {
         std::string here = at(where, "display");
         objectAt(display, here);
         textAt(jsonMember(display, "event"), at(here, "event"));
-        scenario.display = jsonWrite(display);
+        scenario.display = json_write(display);
     }
 }
 
@@ -618,7 +618,7 @@ bool parseInstallBehaviour(const char *text, std::string &id, InstallBehaviour &
         std::string rest;
         for (const JsonNode *label = root->child; label; label = label->next)
             if (strcmp(label->text, "id") != 0)
-                appendItem(rest, "\"" + std::string(label->text) + "\":" + jsonWrite(label->child));
+                appendItem(rest, "\"" + std::string(label->text) + "\":" + json_write(label->child));
         JsonTree entry = jsonParse(("{" + rest + "}").c_str());
         InstallBehaviour parsed;
         readBehaviour(entry.get(), "installService.packages." + id, parsed);

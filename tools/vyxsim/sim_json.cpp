@@ -129,46 +129,6 @@ std::string jsonUnescape(std::string_view raw)
     return out;
 }
 
-std::string jsonWrite(const JsonNode *value)
-{
-    if (!value)
-        return "null";
-    switch (value->type) {
-    case JSON_STRING:
-        return std::string("\"") + (value->text ? value->text : "") + "\"";
-    case JSON_NUMBER:
-        return value->text ? value->text : "0";
-    case JSON_TRUE:
-        return "true";
-    case JSON_FALSE:
-        return "false";
-    case JSON_NULL:
-        return "null";
-    case JSON_OBJECT: {
-        std::string out = "{";
-        for (const JsonNode *label = value->child; label; label = label->next) {
-            if (label != value->child)
-                out += ',';
-            out += '"';
-            out += label->text ? label->text : "";
-            out += "\":";
-            out += jsonWrite(label->child);
-        }
-        return out + "}";
-    }
-    case JSON_ARRAY: {
-        std::string out = "[";
-        for (const JsonNode *element = value->child; element; element = element->next) {
-            if (element != value->child)
-                out += ',';
-            out += jsonWrite(element);
-        }
-        return out + "]";
-    }
-    }
-    return "null";
-}
-
 const JsonNode *jsonMember(const JsonNode *object, const char *key)
 {
     if (!object || object->type != JSON_OBJECT || !key)

@@ -15,8 +15,6 @@ std::string jsonEscape(std::string_view text);
 std::string jsonEscapeSlashes(std::string_view text);
 // Resolves the escapes of a raw parser text; an invalid escape is kept as written.
 std::string jsonUnescape(std::string_view raw);
-// Writes a parsed value back as compact JSON text.
-std::string jsonWrite(const JsonNode *value);
 
 // The value node of member `key` in an object node, or null.
 const JsonNode *jsonMember(const JsonNode *object, const char *key);
