@@ -139,13 +139,9 @@ void ctDevice(Call &call)
 // A watcher hears every record as it happens; "kinds" narrows it down.
 void ctWatch(Call &call)
 {
-    const JsonNode *subscribe = jsonMember(call.json.get(), "subscribe");
-    if (subscribe && subscribe->type == JSON_FALSE) {
-        unsubscribe("sim/watch", call.sender);
-        call.ok();
+    if (endSubscription(call, "sim/watch"))
         return;
-    }
-    if (!subscribe || subscribe->type != JSON_TRUE) {
+    if (subscribeRequest(call) != SubscribeRequest::Subscribe) {
         call.fail("watch needs \"subscribe\":true");
         return;
     }

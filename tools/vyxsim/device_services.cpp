@@ -194,14 +194,10 @@ std::string connectivityReply()
 
 void cmGetStatus(Call &call)
 {
-    const JsonNode *subscribe = jsonMember(call.json.get(), "subscribe");
-    if (subscribe && subscribe->type == JSON_FALSE) {
-        unsubscribe("connectionmanager", call.sender);
-        call.ok();
+    if (endSubscription(call, "connectionmanager"))
         return;
-    }
     call.reply(connectivityReply());
-    if (subscribe && subscribe->type == JSON_TRUE)
+    if (subscribeRequest(call) == SubscribeRequest::Subscribe)
         call.keep("connectionmanager");
 }
 

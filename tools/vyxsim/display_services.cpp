@@ -162,14 +162,10 @@ void acCancel(Call &call)
 
 void dsStatus(Call &call)
 {
-    const JsonNode *subscribe = jsonMember(call.json.get(), "subscribe");
-    if (subscribe && subscribe->type == JSON_FALSE) {
-        unsubscribe("display", call.sender);
-        call.ok();
+    if (endSubscription(call, "display"))
         return;
-    }
     call.reply(statusReply());
-    if (subscribe && subscribe->type == JSON_TRUE)
+    if (subscribeRequest(call) == SubscribeRequest::Subscribe)
         call.keep("display");
 }
 

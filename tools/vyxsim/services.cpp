@@ -263,6 +263,25 @@ size_t publish(const std::string &topic, const std::string &payload)
     return publishEach(topic, [&](const Subscriber &) { return payload; });
 }
 
+SubscribeRequest subscribeRequest(const Call &call)
+{
+    const JsonNode *subscribe = jsonMember(call.json.get(), "subscribe");
+    if (subscribe && subscribe->type == JSON_TRUE)
+        return SubscribeRequest::Subscribe;
+    if (subscribe && subscribe->type == JSON_FALSE)
+        return SubscribeRequest::Unsubscribe;
+    return SubscribeRequest::None;
+}
+
+bool endSubscription(Call &call, const std::string &topic)
+{
+    if (subscribeRequest(call) != SubscribeRequest::Unsubscribe)
+        return false;
+    unsubscribe(topic, call.sender);
+    call.ok();
+    return true;
+}
+
 size_t unsubscribe(const std::string &topic, const std::string &sender)
 {
     size_t dropped = 0;

@@ -61,6 +61,12 @@ size_t publishEach(const std::string &topic,
                    const std::function<std::string(const Subscriber &)> &payloadFor);
 // Forgets the kept calls of `topic` made by `sender`.
 size_t unsubscribe(const std::string &topic, const std::string &sender);
+// What a call's top-level "subscribe" asks for.
+enum class SubscribeRequest { None, Subscribe, Unsubscribe };
+SubscribeRequest subscribeRequest(const Call &call);
+// A {"subscribe":false} call ends the caller's subscription to `topic` and is answered here;
+// true when that happened and the handler has nothing left to do.
+bool endSubscription(Call &call, const std::string &topic);
 
 // The unnamed connection for the calls the simulator makes (activity callbacks).
 BusHandle *outgoingHandle();
