@@ -61,7 +61,9 @@ static bool isJsonObjectLiteral(const JsonNode *label, const char *word, json_va
     return value->type == literal;
 }
 
-bool isJsonObjectTrue(const JsonNode *label) { return isJsonObjectLiteral(label, "true", JSON_TRUE); }
+bool isJsonObjectTrue(const JsonNode *label) {
+    return isJsonObjectLiteral(label, "true", JSON_TRUE);
+}
 
 bool isJsonObjectFalse(const JsonNode *label) {
     return isJsonObjectLiteral(label, "false", JSON_FALSE);
@@ -78,8 +80,8 @@ const char *getJsonString(const JsonNode *label, const char *key) {
     const JsonNode *value = member->child;
     if (value && (value->type == JSON_STRING || value->type == JSON_NUMBER) && value->text)
         return value->text;
-    vyxLog(LOG_DEBUG, "%s: Element for %s doesn't exist or isn't a string [%s]", "getJsonString", key,
-           decodeJsonObjectType(value));
+    vyxLog(LOG_DEBUG, "%s: Element for %s doesn't exist or isn't a string [%s]", "getJsonString",
+           key, decodeJsonObjectType(value));
     return "";
 }
 
@@ -107,7 +109,8 @@ bool ignoreJsonResponse(const JsonNode *root, const char *caller) {
         vyxLog(LOG_DEBUG, "%s: Ignoring response (errorText: %s)", logText(caller), text);
         return true;
     }
-    vyxLog(LOG_DEBUG, "%s: errorText [%s] doesn't start with [%s]", logText(caller), text, expected);
+    vyxLog(LOG_DEBUG, "%s: errorText [%s] doesn't start with [%s]", logText(caller), text,
+           expected);
     return false;
 }
 

@@ -4,7 +4,9 @@
 
 static const char strSeperator[] = ";";
 
-const char *getStringSeparator() { return strSeperator; }
+const char *getStringSeparator() {
+    return strSeperator;
+}
 
 int prvFindInStringArray(StrArray array, int count, const char *string) {
     if (!array || count == 0 || !string || !*string)

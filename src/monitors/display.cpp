@@ -37,10 +37,10 @@ static bool sbIsDockMode = false;
 
 void setPowerMonitor() {
     static const char *const self = "setPowerMonitor";
-    g_autofree char *payload = g_strdup_printf(
-        ACTIVITY_FORMAT, ACTIVITY_NAME, ACTIVITY_DESCRIPTION, ACTIVITY_TRIGGER_METHOD,
-        ACTIVITY_TRIGGER_PARAMS, ACTIVITY_TRIGGER_WHERE, ACTIVITY_CALLBACK_METHOD,
-        ACTIVITY_CALLBACK_PARAMS);
+    g_autofree char *payload =
+        g_strdup_printf(ACTIVITY_FORMAT, ACTIVITY_NAME, ACTIVITY_DESCRIPTION,
+                        ACTIVITY_TRIGGER_METHOD, ACTIVITY_TRIGGER_PARAMS, ACTIVITY_TRIGGER_WHERE,
+                        ACTIVITY_CALLBACK_METHOD, ACTIVITY_CALLBACK_PARAMS);
     vyxLog(LOG_DEBUG, "%s: Activity parameter: %s", self, payload);
     restartExitTimer(EXIT_TIMER_SHORT_MS);
     callService(self, ACTIVITY_CREATE, payload, setPowerMonitorCB);
@@ -167,7 +167,8 @@ bool displayChange(BusHandle *handle, BusMessage *message, void *) {
 bool prvDetermineKovaDemoPrefCB(BusHandle *handle, BusMessage *reply, void *context) {
     static const char *const self = "prvDetermineKovaDemoPrefCB";
     determineKovaDemoPrefCB(handle, reply, context);
-    vyxLog(LOG_DEBUG, "prvDetermineKovaDemoPrefCB: payload %s", logText(KSMessageGetPayload(reply)));
+    vyxLog(LOG_DEBUG, "prvDetermineKovaDemoPrefCB: payload %s",
+           logText(KSMessageGetPayload(reply)));
     JsonTree root = prvKSMessageGetPayloadJSON(reply);
     if (ignoreJsonResponse(root.get(), self))
         return true;

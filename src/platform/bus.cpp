@@ -118,10 +118,18 @@ void KSMessageUnref(BusMessage *message) {
     g_free(message);
 }
 
-const char *KSMessageGetPayload(BusMessage *message) { return message ? message->payload : nullptr; }
-const char *KSMessageGetSender(BusMessage *message) { return message ? message->sender : nullptr; }
-const char *KSMessageGetMethod(BusMessage *message) { return message ? message->method : nullptr; }
-const char *KSMessageGetCategory(BusMessage *message) { return message ? message->path : nullptr; }
+const char *KSMessageGetPayload(BusMessage *message) {
+    return message ? message->payload : nullptr;
+}
+const char *KSMessageGetSender(BusMessage *message) {
+    return message ? message->sender : nullptr;
+}
+const char *KSMessageGetMethod(BusMessage *message) {
+    return message ? message->method : nullptr;
+}
+const char *KSMessageGetCategory(BusMessage *message) {
+    return message ? message->path : nullptr;
+}
 
 const char *KSHandleGetUniqueName(BusHandle *handle) {
     return handle && handle->connection ? g_dbus_connection_get_unique_name(handle->connection)
@@ -194,8 +202,8 @@ static void onReplySignal(GDBusConnection *, const char *sender, const char *, c
     guint32 serial = 0;
     const char *payload = nullptr;
     g_variant_get(parameters, "(u&s)", &serial, &payload);
-    auto *call =
-        static_cast<PendingCall *>(g_hash_table_lookup(handle->subscriptions, GUINT_TO_POINTER(serial)));
+    auto *call = static_cast<PendingCall *>(
+        g_hash_table_lookup(handle->subscriptions, GUINT_TO_POINTER(serial)));
     if (!call || !call->handle)
         return;
     if (call->replySender && g_strcmp0(call->replySender, sender) != 0)
@@ -296,7 +304,8 @@ bool KSRegister(const char *serviceName, BusHandle **handle, BusError *error) {
     created->connection = connection;
     created->serviceName = g_strdup(serviceName);
     created->cancellable = g_cancellable_new();
-    created->subscriptions = g_hash_table_new_full(g_direct_hash, g_direct_equal, nullptr, pendingUnref);
+    created->subscriptions =
+        g_hash_table_new_full(g_direct_hash, g_direct_equal, nullptr, pendingUnref);
     created->replySubscription = g_dbus_connection_signal_subscribe(
         connection, nullptr, KS_INTERFACE, KS_REPLY_SIGNAL, nullptr, nullptr,
         G_DBUS_SIGNAL_FLAGS_NONE, onReplySignal, created, nullptr);
@@ -332,8 +341,8 @@ static void onMethodCall(GDBusConnection *connection, const char *sender, const 
         if (g_strcmp0(candidate.name, method) == 0)
             row = &candidate;
     if (!row || !row->handler) {
-        g_dbus_method_invocation_return_dbus_error(invocation, "org.freedesktop.DBus.Error.UnknownMethod",
-                                                   "No such method");
+        g_dbus_method_invocation_return_dbus_error(
+            invocation, "org.freedesktop.DBus.Error.UnknownMethod", "No such method");
         return;
     }
     const char *payload = "";
@@ -353,7 +362,8 @@ static void onMethodCall(GDBusConnection *connection, const char *sender, const 
 
 static const GDBusInterfaceVTable s_vtable = {onMethodCall, nullptr, nullptr, {nullptr}};
 
-static GDBusNodeInfo *categoryIntrospection(const std::vector<BusMethod> &methods, GError **gerror) {
+static GDBusNodeInfo *categoryIntrospection(const std::vector<BusMethod> &methods,
+                                            GError **gerror) {
     GString *xml = g_string_new("<node><interface name='" KS_INTERFACE "'>");
     for (const BusMethod &method : methods)
         g_string_append_printf(xml,
@@ -495,7 +505,8 @@ static char *jsonEscape(const char *text) {
 
 static char *errorPayload(const char *text) {
     g_autofree char *escaped = jsonEscape(text ? text : "");
-    return g_strdup_printf("{\"returnValue\":false,\"errorCode\":-1,\"errorText\":\"%s\"}", escaped);
+    return g_strdup_printf("{\"returnValue\":false,\"errorCode\":-1,\"errorText\":\"%s\"}",
+                           escaped);
 }
 
 // The payload a caller sees for a failed call.

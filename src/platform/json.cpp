@@ -41,7 +41,9 @@ static inline bool isHex(unsigned char c) {
     return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
 }
 
-static inline bool isDigit(char c) { return c >= '0' && c <= '9'; }
+static inline bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 static inline bool inRange(const char *p, unsigned char low, unsigned char high) {
     unsigned char c = static_cast<unsigned char>(*p);
@@ -81,7 +83,14 @@ static const char *scanString(const char *p) {
             return nullptr; // control characters, and the end of the text
         if (c == '\\') {
             switch (p[1]) {
-            case '"': case '\\': case '/': case 'b': case 'f': case 'n': case 'r': case 't':
+            case '"':
+            case '\\':
+            case '/':
+            case 'b':
+            case 'f':
+            case 'n':
+            case 'r':
+            case 't':
                 p += 2;
                 break;
             case 'u':

@@ -55,4 +55,6 @@ struct JsonTreeDeleter {
 // Owner of a parsed tree.
 using JsonTree = std::unique_ptr<JsonNode, JsonTreeDeleter>;
 
-inline JsonTree jsonParse(const char *text) { return JsonTree(json_parse_document(text)); }
+inline JsonTree jsonParse(const char *text) {
+    return JsonTree(json_parse_document(text));
+}

@@ -14,4 +14,6 @@ typedef void (*VyxLogSink)(int priority, const char *line, void *context);
 void vyxLogSetSink(VyxLogSink sink, void *context);
 
 // Safe text for a "%s" whose argument may be null.
-inline const char *logText(const char *text) { return text ? text : "NULL"; }
+inline const char *logText(const char *text) {
+    return text ? text : "NULL";
+}

@@ -12,18 +12,26 @@ static int s_StateMode = DSM_IDLE;
 static bool s_bStartupVyxMode = false;
 static int s_tVyxAppPresent = -1;
 
-int getDownloadStateMode() { return s_StateMode; }
+int getDownloadStateMode() {
+    return s_StateMode;
+}
 
 void setDownloadStateMode(int mode, const char *caller) {
-    vyxLog(LOG_DEBUG, "%s: Download state mode changed from %d to %d", logText(caller),
-           s_StateMode, mode);
+    vyxLog(LOG_DEBUG, "%s: Download state mode changed from %d to %d", logText(caller), s_StateMode,
+           mode);
     s_StateMode = mode;
 }
 
-void setDownloadReason(bool startupVyxMode) { s_bStartupVyxMode = startupVyxMode; }
+void setDownloadReason(bool startupVyxMode) {
+    s_bStartupVyxMode = startupVyxMode;
+}
 
-void setVyxAppPresent(int present) { s_tVyxAppPresent = present; }
-void clearVyxAppPresent() { s_tVyxAppPresent = -1; }
+void setVyxAppPresent(int present) {
+    s_tVyxAppPresent = present;
+}
+void clearVyxAppPresent() {
+    s_tVyxAppPresent = -1;
+}
 
 int isVyxAppPresent() {
     if (s_tVyxAppPresent == -1 || s_tVyxAppPresent == 0)

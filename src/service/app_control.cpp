@@ -19,7 +19,7 @@
     "{\"id\":\"%s\",\"params\":{\"action\":\"%s\", \"appName\":\"%s\", \"appLaunch\":%s, "         \
     "\"version\":\"%s\"}}"
 #define CORE_POPUP_FORMAT                                                                          \
-    "{\"id\":\"%s\",\"params\":{\"action\":\"popupalert\", \"message\":\"%s\", \"name\":\"%s\", " \
+    "{\"id\":\"%s\",\"params\":{\"action\":\"popupalert\", \"message\":\"%s\", \"name\":\"%s\", "  \
     "\"percent\":\"%s\"}}"
 #define CORE_START_FORMAT "{\"id\":\"%s\",\"params\":{\"action\":\"startVyx\"}}"
 
@@ -34,7 +34,9 @@ static void copyCoreText(char (&field)[101], const char *text) {
     g_strlcpy(field, text ? text : "", CORE_TEXT_LIMIT + 1);
 }
 
-static void clearPendingCoreMessage() { s_vyxCoreMessage = {}; }
+static void clearPendingCoreMessage() {
+    s_vyxCoreMessage = {};
+}
 
 static bool isReturnValueTrue(const JsonNode *root, const char *caller) {
     return isJsonObjectTrue(prvJsonFindFirstLabel(root, "returnValue", caller));
@@ -100,8 +102,8 @@ bool prvLaunchVYXCB(BusHandle *, BusMessage *reply, void *) {
     // starts provisioning.
     int mode = getDownloadStateMode();
     if (mode != DSM_IDLE) {
-        vyxLog(LOG_DEBUG, "%s: VYX launch failed, but download already in process, mode: %d",
-               self, mode);
+        vyxLog(LOG_DEBUG, "%s: VYX launch failed, but download already in process, mode: %d", self,
+               mode);
         return true;
     }
     if (isAllSystemInfoPresent(self)) {
@@ -128,10 +130,10 @@ void launchVYXCoreAction(const char *action, const char *appName, bool appLaunch
     static const char *const self = "launchVYXCoreAction";
     restartExitTimer(EXIT_TIMER_SHORT_MS);
     s_timeLastVyxCoreMessage = hostNowSeconds();
-    g_autofree char *payload = g_strdup_printf(
-        CORE_ACTION_FORMAT, VYX_CORE_APP_ID, action ? action : "",
-        appName && *appName ? appName : DEFAULT_VYX_APP_ID, appLaunch ? "true" : "false",
-        version ? version : "");
+    g_autofree char *payload =
+        g_strdup_printf(CORE_ACTION_FORMAT, VYX_CORE_APP_ID, action ? action : "",
+                        appName && *appName ? appName : DEFAULT_VYX_APP_ID,
+                        appLaunch ? "true" : "false", version ? version : "");
     vyxLog(LOG_DEBUG, "%s: App init: %s", self, payload);
     callService(self, APP_MANAGER_LAUNCH, payload, genericCB);
 }
@@ -145,8 +147,8 @@ void prvLaunchVYXCoreMessage(const char *message, const char *name, const char *
     copyCoreText(texts.message, message);
     copyCoreText(texts.name, name);
     copyCoreText(texts.percent, percent);
-    g_autofree char *payload =
-        g_strdup_printf(CORE_POPUP_FORMAT, VYX_CORE_APP_ID, texts.message, texts.name, texts.percent);
+    g_autofree char *payload = g_strdup_printf(CORE_POPUP_FORMAT, VYX_CORE_APP_ID, texts.message,
+                                               texts.name, texts.percent);
     vyxLog(LOG_DEBUG, "%s: VYXCore message: %s", self, payload);
     // A pop-up that never left must not hold back the ones after it.
     if (!callService(self, APP_MANAGER_LAUNCH, payload, vyxCoreMessageCB))

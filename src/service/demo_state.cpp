@@ -31,8 +31,12 @@ static bool s_isBootTime = false;
 static char s_vyxAppName[101] = "";
 static char s_vyxPackageName[101] = "";
 
-int isDemoStatusLoaded() { return s_initDemoStatus; }
-bool isDemoRunning() { return s_demoRunning; }
+int isDemoStatusLoaded() {
+    return s_initDemoStatus;
+}
+bool isDemoRunning() {
+    return s_demoRunning;
+}
 
 void setVyxAppName(const char *name) {
     if (!name) {
@@ -44,7 +48,9 @@ void setVyxAppName(const char *name) {
         s_vyxPackageName[0] = '\0';
 }
 
-const char *getVyxAppName() { return s_vyxAppName[0] ? s_vyxAppName : DEFAULT_VYX_APP_ID; }
+const char *getVyxAppName() {
+    return s_vyxAppName[0] ? s_vyxAppName : DEFAULT_VYX_APP_ID;
+}
 
 const char *getVyxPackageName() {
     return s_vyxPackageName[0] ? s_vyxPackageName : DEFAULT_VYX_APP_ID;
@@ -112,9 +118,9 @@ static bool evaluateDemoPref(const JsonNode *root) {
     s_vyxAppName[0] = '\0';
     s_vyxPackageName[0] = '\0';
     const JsonNode *details = prvJsonFindFirstLabel(root, "vyxStageDetails", self);
-    const JsonNode *application =
-        details && details->child ? prvJsonFindFirstLabel(details->child, "application", self)
-                                  : nullptr;
+    const JsonNode *application = details && details->child
+                                      ? prvJsonFindFirstLabel(details->child, "application", self)
+                                      : nullptr;
     if (application && application->child && application->child->type == JSON_STRING) {
         setVyxAppName(application->child->text);
         vyxLog(LOG_DEBUG, "%s: vyxStageDetails/application element contains: %s", self,
@@ -278,12 +284,14 @@ bool setDemoState(BusHandle *handle, BusMessage *message, void *) {
     const char *application = nullptr;
     if (!root) {
         vyxLog(LOG_ERR, "%s: KSMessageGetPayloadJSON error", self);
-        response = "{\"returnValue\":false, \"errorCode\":-1, \"errorText\":\"JSON processing error\"}";
+        response =
+            "{\"returnValue\":false, \"errorCode\":-1, \"errorText\":\"JSON processing error\"}";
     } else if (!json_get_bool(root.get(), "state", &state)) {
-        response = "{\"returnValue\":false, \"errorCode\":-1, \"errorText\":\"Invalid parameters\"}";
+        response =
+            "{\"returnValue\":false, \"errorCode\":-1, \"errorText\":\"Invalid parameters\"}";
         vyxLog(LOG_ERR, "%s: Parameter error: %s", self, logText(KSMessageGetPayload(message)));
-    } else if (state && (json_get_string(root.get(), "application", &application) ||
-                         s_demoRunning)) {
+    } else if (state &&
+               (json_get_string(root.get(), "application", &application) || s_demoRunning)) {
         g_autofree char *details =
             application ? g_strdup_printf("\"application\": \"%s\"", application) : nullptr;
         if (s_demoRunning && s_initDemoStatus != 0)

@@ -31,7 +31,9 @@ void startupVYX(bool closePhone) {
     processPIDs(closePhone ? startVYXPidXCB : startVYXPidCB);
 }
 
-void killVYX(bool closePhone) { processPIDs(closePhone ? killVYXPidXCB : killVYXPidCB); }
+void killVYX(bool closePhone) {
+    processPIDs(closePhone ? killVYXPidXCB : killVYXPidCB);
+}
 
 bool processPIDs(BusMethodHandler callback) {
     vyxLog(LOG_DEBUG, "%s: Get running apps", "processPIDs");

@@ -34,7 +34,9 @@ static const BusMethod methods[] = {
     {nullptr, nullptr, 0},
 };
 
-GMainLoop *getMainLoop() { return s_mainLoop; }
+GMainLoop *getMainLoop() {
+    return s_mainLoop;
+}
 
 BusHandle *getKovaServiceHandle() {
     if (!s_pServiceHandle)
@@ -42,9 +44,15 @@ BusHandle *getKovaServiceHandle() {
     return s_pServiceHandle;
 }
 
-TimerRecord *getExitTimer() { return &s_exitTimer; }
-TimerRecord *getStatusTimer() { return &s_statusTimer; }
-void setRepeatTimer(bool repeat) { s_bRepeatTimer = repeat; }
+TimerRecord *getExitTimer() {
+    return &s_exitTimer;
+}
+TimerRecord *getStatusTimer() {
+    return &s_statusTimer;
+}
+void setRepeatTimer(bool repeat) {
+    s_bRepeatTimer = repeat;
+}
 
 bool restartExitTimer(guint32 intervalMs) {
     return startExitTimer(getExitTimer(), exitTimerCB, intervalMs);

@@ -39,8 +39,8 @@ bool notSupported(BusHandle *handle, BusMessage *message, void *context);
 
 // main() is serviceStart, serviceRun and serviceFinish; tests drive the loop themselves
 // between serviceStart and their own teardown.
-bool serviceStart();  // start-up steps up to arming the first exit timer
-void serviceRun();    // runs the loop
+bool serviceStart(); // start-up steps up to arming the first exit timer
+void serviceRun();   // runs the loop
 int serviceFinish(); // the loop returned or registration failed
 
 // The convention of every Part: startExitTimer(getExitTimer(), exitTimerCB, ms).

@@ -42,13 +42,19 @@ bool listPkgsCBRun(BusHandle *, BusMessage *reply, void *) {
     return true;
 }
 
-const char *getPkgListJSON() { return s_pkgListJSONPayload; }
+const char *getPkgListJSON() {
+    return s_pkgListJSONPayload;
+}
 
-bool isFileDownloadInProcess() { return s_StartingPkgListJSONPayload != nullptr; }
+bool isFileDownloadInProcess() {
+    return s_StartingPkgListJSONPayload != nullptr;
+}
 
 void clearPkgListJSON() {
     g_clear_pointer(&s_pkgListJSONPayload, g_free);
     g_clear_pointer(&s_StartingPkgListJSONPayload, g_free);
 }
 
-void getapplicationinfoMemoryFree() { clearPkgListJSON(); }
+void getapplicationinfoMemoryFree() {
+    clearPkgListJSON();
+}

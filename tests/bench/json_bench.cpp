@@ -10,11 +10,11 @@ static std::string listing(int packages) {
     for (int i = 0; i < packages; ++i) {
         if (i)
             text += ",";
-        text += "{\"id\":\"com.example.app" + std::to_string(i) +
-                "\",\"version\":\"1.2." + std::to_string(i) +
-                "\",\"userInstalled\":" + (i % 3 ? "false" : "true") +
+        text += "{\"id\":\"com.example.app" + std::to_string(i) + "\",\"version\":\"1.2." +
+                std::to_string(i) + "\",\"userInstalled\":" + (i % 3 ? "false" : "true") +
                 ",\"icon\":\"\\/media\\/cryptofs\\/apps\\/usr\\/velto\\/applications\\/com.example"
-                ".app" + std::to_string(i) + "\\/icon.png\"}";
+                ".app" +
+                std::to_string(i) + "\\/icon.png\"}";
     }
     return text + "]}";
 }

@@ -9,9 +9,9 @@
 #include <memory>
 
 #include "bus_test.h"
-#include "platform_fakes.h"
 #include "platform/host.h"
 #include "platform/log.h"
+#include "platform_fakes.h"
 #include "service/demo_state.h"
 #include "service/service.h"
 #include "sysinfo/sysinfo.h"
@@ -34,21 +34,26 @@ struct Platform : PlatformFakes {
             .reply("/", "close", OK)
             .reply("/", "listPackages", R"({"returnValue":true,"apps":[]})");
         systemService
-            .handle("/", "getPreferences",
-                    [](BusHandle *h, BusMessage *m) {
-                        bool locale = strstr(KSMessageGetPayload(m), "locale") != nullptr;
-                        KSMessageReply(h, m,
-                                       locale ? R"({"returnValue":true,"locale":{"languageCode":"en","countryCode":"us"}})"
-                                              : R"({"returnValue":true,"vyxStageRunning":true})",
-                                       nullptr);
-                    })
+            .handle(
+                "/", "getPreferences",
+                [](BusHandle *h, BusMessage *m) {
+                    bool locale = strstr(KSMessageGetPayload(m), "locale") != nullptr;
+                    KSMessageReply(
+                        h, m,
+                        locale
+                            ? R"({"returnValue":true,"locale":{"languageCode":"en","countryCode":"us"}})"
+                            : R"({"returnValue":true,"vyxStageRunning":true})",
+                        nullptr);
+                })
             .reply("/", "setPreferences", OK);
         accounts
-            .reply("/", "getAccountToken",
-                   R"({"returnValue":true,"token":"t","accountAlias":"a","accountState":"s","uniqueId":"u"})")
+            .reply(
+                "/", "getAccountToken",
+                R"({"returnValue":true,"token":"t","accountAlias":"a","accountState":"s","uniqueId":"u"})")
             .reply("/", "getServerUrl", R"({"returnValue":true,"serverUrl":"http://127.0.0.1/"})");
-        properties.reply("/systemProperties", "getSomeSysPropertiesObj",
-                         R"({"returnValue":true,"values":[{"com.velto.properties.DMCARRIER":"ROW","com.velto.properties.machineName":"tarsk"}]})");
+        properties.reply(
+            "/systemProperties", "getSomeSysPropertiesObj",
+            R"({"returnValue":true,"values":[{"com.velto.properties.DMCARRIER":"ROW","com.velto.properties.machineName":"tarsk"}]})");
         deviceProfile.reply("/", "getDeviceId", R"({"returnValue":true,"deviceId":"d"})");
         activities.reply("/", "create", OK);
         connMgr.silent("/", "getstatus");

@@ -7,8 +7,9 @@ namespace {
 // A device on which the demonstration application is installed, so launching it works.
 std::string deviceWithDemo(bool demoOn) {
     return std::string(R"({"name":"demo-installed","extends":")") +
-           shippedScenario("fresh-device.json") + R"(","device":{"preferences":{"vyxStageRunning":)" +
-           (demoOn ? "true" : "false") + R"(,"vyxStageDetails":{}},)" +
+           shippedScenario("fresh-device.json") +
+           R"(","device":{"preferences":{"vyxStageRunning":)" + (demoOn ? "true" : "false") +
+           R"(,"vyxStageDetails":{}},)" +
            R"("installed":[{"id":"com.velto.app.vyx","version":"2.1.0","title":"Vyx Demo"},)"
            R"({"id":"com.velto.app.vyxcore","version":"2.1.0","title":"Vyx Core"}]}})";
 }
@@ -30,48 +31,58 @@ TEST_F(ServiceCore, BootWithTheDemoOnLaunchesTheDemonstration) {
     start(true, false);
     EXPECT_EQ(call("velto://com.velto.vyxService/demoState", R"({"onBoot":true})"),
               R"({"returnValue":"true","state":"on"})");
-    ASSERT_TRUE(waitForRecord("launch",
-                              [](const SimRecord &r) {
-                                  return isLaunch(r, "com.velto.app.vyx", "initialize") &&
-                                         r.text("ok") == "true";
-                              },
-                              "the demonstration application started with initialize"));
+    ASSERT_TRUE(waitForRecord(
+        "launch",
+        [](const SimRecord &r) {
+            return isLaunch(r, "com.velto.app.vyx", "initialize") && r.text("ok") == "true";
+        },
+        "the demonstration application started with initialize"));
     EXPECT_TRUE(waitForRecord(
-        "launch", [](const SimRecord &r) { return isLaunch(r, "com.velto.app.vyxcore", "startVyx"); },
+        "launch",
+        [](const SimRecord &r) { return isLaunch(r, "com.velto.app.vyxcore", "startVyx"); },
         "the core application told"));
 }
 
 TEST_F(ServiceCore, DemoSwitchedOnAndOffWithTheClient) {
     start(false);
-    ToolRun on = runTool("vyxctl", {"velto://com.velto.vyxService/setDemoState", R"({"state":true})"});
+    ToolRun on =
+        runTool("vyxctl", {"velto://com.velto.vyxService/setDemoState", R"({"state":true})"});
     EXPECT_EQ(on.status, 0) << on.err;
     EXPECT_NE(on.out.find(R"({"returnValue":true})"), std::string::npos) << on.out;
     ASSERT_TRUE(waitForRecord(
         "preference",
-        [](const SimRecord &r) { return r.text("key") == "vyxStageRunning" && r.text("value") == "true"; },
+        [](const SimRecord &r) {
+            return r.text("key") == "vyxStageRunning" && r.text("value") == "true";
+        },
         "the demo preference written on"));
     ToolRun state = runTool("vyxctl", {"velto://com.velto.vyxService/demoState", "{}"});
-    EXPECT_NE(state.out.find(R"({"returnValue":"true","state":"on"})"), std::string::npos) << state.out;
+    EXPECT_NE(state.out.find(R"({"returnValue":"true","state":"on"})"), std::string::npos)
+        << state.out;
 
     ToolRun off = runTool("vyxctl", {"velto://com.velto.vyxService/toggleDemo", "{}"});
     EXPECT_EQ(off.status, 0) << off.err;
     ASSERT_TRUE(waitForRecord(
         "preference",
-        [](const SimRecord &r) { return r.text("key") == "vyxStageRunning" && r.text("value") == "false"; },
+        [](const SimRecord &r) {
+            return r.text("key") == "vyxStageRunning" && r.text("value") == "false";
+        },
         "the demo preference written off"));
     EXPECT_TRUE(waitForRecord(
-        "launch", [](const SimRecord &r) { return isLaunch(r, "com.velto.app.vyxcore", "stopVyx"); },
+        "launch",
+        [](const SimRecord &r) { return isLaunch(r, "com.velto.app.vyxcore", "stopVyx"); },
         "the core application stopped"));
     EXPECT_TRUE(waitForRecord(
         "launch", [](const SimRecord &r) { return isLaunch(r, "com.velto.app.vyx", "exit"); },
         "the demonstration told to exit"));
-    EXPECT_EQ(call("velto://com.velto.vyxService/demoState"), R"({"returnValue":"true","state":"off"})");
+    EXPECT_EQ(call("velto://com.velto.vyxService/demoState"),
+              R"({"returnValue":"true","state":"off"})");
 }
 
 TEST_F(ServiceCore, DisplayOffWithTheDemoOnPlaysTheVideo) {
     start(true);
-    ASSERT_TRUE(waitForRecord("activity", [](const SimRecord &r) { return r.text("action") == "created"; },
-                              "the display activity"));
+    ASSERT_TRUE(waitForRecord(
+        "activity", [](const SimRecord &r) { return r.text("action") == "created"; },
+        "the display activity"));
     EXPECT_NE(sim("displayEvent", R"({"event":"displayOff","state":"off","dockMode":false})"), "");
     ASSERT_TRUE(waitForRecord(
         "launch",

@@ -42,7 +42,8 @@ TEST_F(AppControl, DemoActionPayloads) {
         {"power", R"("playVideo":true)", nullptr, PLAY_VIDEO},
         {"power", R"(,"playVideo":true)", nullptr, PLAY_VIDEO},
         {"power", "", "", launchOf("com.velto.app.vyx", R"("action":"power" )")},
-        {"initialize", nullptr, "com.acme.demo", launchOf("com.acme.demo", R"("action":"initialize" )")},
+        {"initialize", nullptr, "com.acme.demo",
+         launchOf("com.acme.demo", R"("action":"initialize" )")},
         {nullptr, nullptr, nullptr, launchOf("com.velto.app.vyx", R"("action":"" )")},
     };
     std::vector<std::string> expected;
@@ -50,7 +51,8 @@ TEST_F(AppControl, DemoActionPayloads) {
         launchVYXAction(c.action, c.extra, c.appId);
         expected.push_back(c.payload);
     }
-    ASSERT_TRUE(waitUntil([&] { return demoLaunches().size() >= expected.size(); }, "the launches"));
+    ASSERT_TRUE(
+        waitUntil([&] { return demoLaunches().size() >= expected.size(); }, "the launches"));
     EXPECT_EQ(demoLaunches(), expected);
     // Each successful launch tells the core application that the demonstration started.
     ASSERT_TRUE(waitUntil([&] { return appRequests().size() >= 2 * expected.size(); },
@@ -64,10 +66,17 @@ TEST_F(AppControl, CoreActionPayload) {
     launchVYXCoreAction("initialize", "com.acme.demo", false, nullptr);
     launchVYXCoreAction("startVyx", nullptr, true, "2.1");
     ASSERT_TRUE(waitUntil([&] { return appRequests().size() >= 2; }, "the core actions"));
-    EXPECT_EQ(appRequests(),
-              (std::vector<std::string>{
-                  "launch " + launchOf(VYX_CORE_APP_ID, R"("action":"initialize", "appName":"com.acme.demo", "appLaunch":false, "version":"")"),
-                  "launch " + launchOf(VYX_CORE_APP_ID, R"("action":"startVyx", "appName":"com.velto.app.vyx", "appLaunch":true, "version":"2.1")")}));
+    EXPECT_EQ(
+        appRequests(),
+        (std::vector<std::string>{
+            "launch " +
+                launchOf(
+                    VYX_CORE_APP_ID,
+                    R"("action":"initialize", "appName":"com.acme.demo", "appLaunch":false, "version":"")"),
+            "launch " +
+                launchOf(
+                    VYX_CORE_APP_ID,
+                    R"("action":"startVyx", "appName":"com.velto.app.vyx", "appLaunch":true, "version":"2.1")")}));
 }
 
 TEST_F(AppControl, TwoPopupsInTheSameSecondGoOutOneAfterTheOther) {
@@ -77,8 +86,9 @@ TEST_F(AppControl, TwoPopupsInTheSameSecondGoOutOneAfterTheOther) {
     launchVYXCoreMessage("continueInstall", longName.c_str(), "20");
     EXPECT_EQ(popups(), std::vector<std::string>{});
     ASSERT_TRUE(waitUntil([&] { return popups().size() >= 2; }, "both pop-ups"));
-    EXPECT_EQ(popups(), (std::vector<std::string>{popup("startInstall", "Demo Videos", "0"),
-                                                  popup("continueInstall", cutName.c_str(), "20")}));
+    EXPECT_EQ(popups(),
+              (std::vector<std::string>{popup("startInstall", "Demo Videos", "0"),
+                                        popup("continueInstall", cutName.c_str(), "20")}));
     // The second waited for the first one's reply, a look at the running list and a pause.
     EXPECT_EQ(appManager.count("running"), 1);
     EXPECT_EQ(FakeHost::sleeps, std::vector<unsigned>{1});
@@ -88,8 +98,9 @@ TEST_F(AppControl, TwoPopupsInTheSameSecondGoOutOneAfterTheOther) {
         EXPECT_TRUE(LogCapture::has(LOG_DEBUG, line)) << line;
 
     // Once the last reply is in and two seconds have passed, a pop-up goes out directly.
-    ASSERT_TRUE(waitUntil([] { return LogCapture::count("vyxCoreMessageCB: " + std::string(OK)) == 2; },
-                          "the second pop-up's reply"));
+    ASSERT_TRUE(
+        waitUntil([] { return LogCapture::count("vyxCoreMessageCB: " + std::string(OK)) == 2; },
+                  "the second pop-up's reply"));
     FakeHost::advance(2);
     launchVYXCoreMessage("endInstall", nullptr, nullptr);
     EXPECT_EQ(popups().size(), 2u); // sent, not yet arrived
@@ -105,7 +116,8 @@ TEST_F(AppControl, CoreActionMakesAFollowingPopupWait) {
     EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "launchVYXCoreMessage: Message 'startVYX' delayed"));
     ASSERT_TRUE(waitUntil([&] { return popups().size() == 1; }, "the delayed pop-up"));
     EXPECT_EQ(popups()[0], popup("startVYX"));
-    EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "vyxCoreMessageDelayCB: Message 'startVYX' delayed again"));
+    EXPECT_TRUE(
+        LogCapture::has(LOG_DEBUG, "vyxCoreMessageDelayCB: Message 'startVYX' delayed again"));
     EXPECT_GE(appManager.count("running"), 2);
 }
 
@@ -113,11 +125,13 @@ TEST_F(AppControl, CoreActionMakesAFollowingPopupWait) {
 struct QueueCase {
     const char *name;
     std::vector<const char *> later;
-    const char *delivered;  // the one pop-up that follows the first
+    const char *delivered;   // the one pop-up that follows the first
     const char *ignoredLine; // or null
 };
 
-void PrintTo(const QueueCase &c, std::ostream *os) { *os << c.name; }
+void PrintTo(const QueueCase &c, std::ostream *os) {
+    *os << c.name;
+}
 
 class PopupSlot : public AppControl, public testing::WithParamInterface<QueueCase> {};
 
@@ -138,13 +152,19 @@ TEST_P(PopupSlot, KeepsOnlyTheMessageThatMatters) {
 INSTANTIATE_TEST_SUITE_P(
     Cases, PopupSlot,
     testing::Values(
-        QueueCase{"NoProfileKeptOverCheck", {"noProfile", "check"}, "noProfile",
+        QueueCase{"NoProfileKeptOverCheck",
+                  {"noProfile", "check"},
+                  "noProfile",
                   "launchVYXCoreMessage: Message 'check' ignored"},
         QueueCase{"DisableReplacesNoProfile", {"noProfile", "disableVYX"}, "disableVYX", nullptr},
         QueueCase{"EndInstallReplacesCheck", {"check", "endInstall"}, "endInstall", nullptr},
-        QueueCase{"LatestProgressWins", {"continueInstall", "continueInstall", "endInstall"},
-                  "endInstall", nullptr},
-        QueueCase{"StartKeptOverProgress", {"startVYX", "continueInstall"}, "startVYX",
+        QueueCase{"LatestProgressWins",
+                  {"continueInstall", "continueInstall", "endInstall"},
+                  "endInstall",
+                  nullptr},
+        QueueCase{"StartKeptOverProgress",
+                  {"startVYX", "continueInstall"},
+                  "startVYX",
                   "launchVYXCoreMessage: Message 'continueInstall' ignored"},
         QueueCase{"NoProfileReplacesStart", {"startVYX", "noProfile"}, "noProfile", nullptr}),
     [](const testing::TestParamInfo<QueueCase> &info) { return info.param.name; });

@@ -29,8 +29,8 @@ inline std::string demoStateReply(const char *state) {
 inline std::string runningList(const std::vector<std::pair<std::string, int>> &apps) {
     std::string list = R"({"returnValue":true,"running":[)";
     for (size_t i = 0; i < apps.size(); ++i)
-        list += (i ? "," : "") + std::string(R"({"id":")") + apps[i].first +
-                R"(","processid":")" + std::to_string(apps[i].second) + "\"}";
+        list += (i ? "," : "") + std::string(R"({"id":")") + apps[i].first + R"(","processid":")" +
+                std::to_string(apps[i].second) + "\"}";
     return list + "]}";
 }
 
@@ -40,8 +40,8 @@ inline std::string launchOf(const char *appId, const std::string &params) {
 
 inline std::string popup(const char *message, const char *name = "", const char *percent = "") {
     return launchOf(VYX_CORE_APP_ID, std::string(R"("action":"popupalert", "message":")") +
-                                         message + R"(", "name":")" + name +
-                                         R"(", "percent":")" + percent + "\"");
+                                         message + R"(", "name":")" + name + R"(", "percent":")" +
+                                         percent + "\"");
 }
 
 inline const std::string INITIALIZE = launchOf("com.velto.app.vyx", R"("action":"initialize" )");
@@ -71,31 +71,39 @@ class CoreScenario : public BusTest, protected PlatformFakes {
                     [this](BusHandle *h, BusMessage *m) {
                         bool core = std::string(KSMessageGetPayload(m)).find(VYX_CORE_APP_ID) !=
                                     std::string::npos;
-                        KSMessageReply(h, m, core ? coreLaunchReply.c_str() : demoLaunchReply.c_str(),
+                        KSMessageReply(h, m,
+                                       core ? coreLaunchReply.c_str() : demoLaunchReply.c_str(),
                                        nullptr);
                     })
             .reply("/", "close", core::OK)
             .reply("/", "listPackages", R"({"returnValue":true,"apps":[]})");
         systemService
-            .handle("/", "getPreferences",
-                    [this](BusHandle *h, BusMessage *m) {
-                        std::string payload = KSMessageGetPayload(m);
-                        if (payload.find("locale") != std::string::npos) {
-                            KSMessageReply(h, m, R"({"returnValue":true,"locale":{"languageCode":"en","countryCode":"US"}})", nullptr);
-                        } else if (holdPrefReads) {
-                            KSMessageRef(m);
-                            heldPrefs.push_back({h, m});
-                        } else {
-                            KSMessageReply(h, m, demoPref.c_str(), nullptr);
-                        }
-                    })
+            .handle(
+                "/", "getPreferences",
+                [this](BusHandle *h, BusMessage *m) {
+                    std::string payload = KSMessageGetPayload(m);
+                    if (payload.find("locale") != std::string::npos) {
+                        KSMessageReply(
+                            h, m,
+                            R"({"returnValue":true,"locale":{"languageCode":"en","countryCode":"US"}})",
+                            nullptr);
+                    } else if (holdPrefReads) {
+                        KSMessageRef(m);
+                        heldPrefs.push_back({h, m});
+                    } else {
+                        KSMessageReply(h, m, demoPref.c_str(), nullptr);
+                    }
+                })
             .reply("/", "setPreferences", core::OK);
         accounts
-            .reply("/", "getAccountToken",
-                   R"({"returnValue":true,"token":"tok","accountAlias":"a@b.c","accountState":"active","uniqueId":"u1"})")
-            .reply("/", "getServerUrl", R"({"returnValue":true,"serverUrl":"https://store.example"})");
-        properties.reply("/systemProperties", "getSomeSysPropertiesObj",
-                         R"({"returnValue":true,"values":[{"com.velto.properties.DMCARRIER":"VZW"},{"com.velto.properties.machineName":"tarsk"}]})");
+            .reply(
+                "/", "getAccountToken",
+                R"({"returnValue":true,"token":"tok","accountAlias":"a@b.c","accountState":"active","uniqueId":"u1"})")
+            .reply("/", "getServerUrl",
+                   R"({"returnValue":true,"serverUrl":"https://store.example"})");
+        properties.reply(
+            "/systemProperties", "getSomeSysPropertiesObj",
+            R"({"returnValue":true,"values":[{"com.velto.properties.DMCARRIER":"VZW"},{"com.velto.properties.machineName":"tarsk"}]})");
         deviceProfile.reply("/", "getDeviceId", R"({"returnValue":true,"deviceId":"dev-1"})");
         activities.reply("/", "create", core::OK);
         connMgr.silent("/", "getstatus");
@@ -129,8 +137,9 @@ class CoreScenario : public BusTest, protected PlatformFakes {
     void startWithDemo(const char *preference) {
         demoPref = preference;
         startDaemon();
-        ASSERT_TRUE(waitUntil([] { return LogCapture::contains("determineKovaDemoPrefCB: payload"); },
-                              "the preference reply"));
+        ASSERT_TRUE(
+            waitUntil([] { return LogCapture::contains("determineKovaDemoPrefCB: payload"); },
+                      "the preference reply"));
     }
 
     void answerHeldPrefs(const std::string &payload) {

@@ -34,8 +34,9 @@ TEST_F(DemoBoot, DemoOnWaitsForTheAccountServiceThenLaunchesTheDemonstration) {
     answerHeldPrefs(DEMO_ON);
     ASSERT_TRUE(waitUntil([&] { return !client->replies().empty(); }, "the held reply"));
     EXPECT_EQ(client->replies()[0], demoStateReply("on"));
-    EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "determineKovaDemoPrefCB: Boot-time startup of VYX, "
-                                           "wait for required system components to come online..."));
+    EXPECT_TRUE(LogCapture::has(LOG_DEBUG,
+                                "determineKovaDemoPrefCB: Boot-time startup of VYX, "
+                                "wait for required system components to come online..."));
 
     // The account service is not up: one probe a second, each with a fresh long exit timer.
     ASSERT_TRUE(waitUntil([] { return FakeHost::sleeps.size() >= 2; }, "two probe retries"));
@@ -56,7 +57,8 @@ TEST_F(DemoBoot, DemoOnWaitsForTheAccountServiceThenLaunchesTheDemonstration) {
 
     ASSERT_TRUE(accounts.start());
     ASSERT_TRUE(waitUntil([&] { return appRequests().size() >= 2; }, "the demonstration launch"));
-    EXPECT_EQ(appRequests(), (std::vector<std::string>{"launch " + INITIALIZE, "launch " + CORE_START}));
+    EXPECT_EQ(appRequests(),
+              (std::vector<std::string>{"launch " + INITIALIZE, "launch " + CORE_START}));
     EXPECT_EQ(LogCapture::count("accountTokenCBboot: valid response received"), 1);
     for (unsigned seconds : FakeHost::sleeps)
         EXPECT_EQ(seconds, 1u);
@@ -125,14 +127,16 @@ TEST_F(DemoBoot, SecondCallWhileTheFirstIsHeldIsAnsweredUnknown) {
 struct PrefCase {
     const char *name;
     const char *stored;
-    const char *state;         // what "demoState" answers afterwards
-    const char *appId;         // getVyxAppName()
-    const char *packageId;     // getVyxPackageName()
-    bool rewritten;            // the off preference is written back
-    const char *logLine;       // a line that tells why
+    const char *state;     // what "demoState" answers afterwards
+    const char *appId;     // getVyxAppName()
+    const char *packageId; // getVyxPackageName()
+    bool rewritten;        // the off preference is written back
+    const char *logLine;   // a line that tells why
 };
 
-void PrintTo(const PrefCase &c, std::ostream *os) { *os << c.name; }
+void PrintTo(const PrefCase &c, std::ostream *os) {
+    *os << c.name;
+}
 
 class StoredPreference : public CoreScenario, public testing::WithParamInterface<PrefCase> {};
 
@@ -154,25 +158,28 @@ TEST_P(StoredPreference, DecidesTheDemoStateAndTheApplication) {
 INSTANTIATE_TEST_SUITE_P(
     Cases, StoredPreference,
     testing::Values(
-        PrefCase{"NamedAppWithoutAutoRun",
-                 R"({"returnValue":true,"vyxStageRunning":true,"vyxStageDetails":{"application":"com.acme.demo","autoRun":false}})",
-                 "off", "com.acme.demo", "com.acme.demo", false,
-                 "determineKovaDemoPrefCB: vyxStageDetails/application element contains: "
-                 "com.acme.demo"},
-        PrefCase{"NamedAppWithAutoRunText",
-                 R"({"returnValue":true,"vyxStageRunning":true,"vyxStageDetails":{"application":"com.acme.demo.app","autoRun":"True"}})",
-                 "on", "com.acme.demo.app", "com.acme.demo", false,
-                 "determineKovaDemoPrefCB: non-boot startup of VYX"},
+        PrefCase{
+            "NamedAppWithoutAutoRun",
+            R"({"returnValue":true,"vyxStageRunning":true,"vyxStageDetails":{"application":"com.acme.demo","autoRun":false}})",
+            "off", "com.acme.demo", "com.acme.demo", false,
+            "determineKovaDemoPrefCB: vyxStageDetails/application element contains: "
+            "com.acme.demo"},
+        PrefCase{
+            "NamedAppWithAutoRunText",
+            R"({"returnValue":true,"vyxStageRunning":true,"vyxStageDetails":{"application":"com.acme.demo.app","autoRun":"True"}})",
+            "on", "com.acme.demo.app", "com.acme.demo", false,
+            "determineKovaDemoPrefCB: non-boot startup of VYX"},
         PrefCase{"NoDetails", DEMO_ON, "on", "com.velto.app.vyx", "com.velto.app.vyx", false,
                  "determineKovaDemoPrefCB: vyxStageDetails element not found"},
         PrefCase{"DetailsWithoutApplication",
                  R"({"returnValue":true,"vyxStageRunning":true,"vyxStageDetails":{}})", "on",
                  "com.velto.app.vyx", "com.velto.app.vyx", false,
                  "determineKovaDemoPrefCB: vyxStageDetails/application element not found"},
-        PrefCase{"ApplicationNotAText",
-                 R"({"returnValue":true,"vyxStageRunning":true,"vyxStageDetails":{"application":7}})",
-                 "on", "com.velto.app.vyx", "com.velto.app.vyx", false,
-                 "determineKovaDemoPrefCB: vyxStageDetails/application element invalid"},
+        PrefCase{
+            "ApplicationNotAText",
+            R"({"returnValue":true,"vyxStageRunning":true,"vyxStageDetails":{"application":7}})",
+            "on", "com.velto.app.vyx", "com.velto.app.vyx", false,
+            "determineKovaDemoPrefCB: vyxStageDetails/application element invalid"},
         PrefCase{"StoredOff", DEMO_OFF, "off", "com.velto.app.vyx", "com.velto.app.vyx", true,
                  "determineKovaDemoPrefCB: resetting kova preferences"},
         PrefCase{"KeyMissing", R"({"returnValue":true})", "off", "com.velto.app.vyx",
@@ -187,19 +194,21 @@ INSTANTIATE_TEST_SUITE_P(
 
 struct SwitchCase {
     const char *name;
-    const char *stored;   // preference at start
+    const char *stored; // preference at start
     const char *method;
     const char *payload;
     const char *reply;
-    std::vector<std::string> writes;       // preference writes caused by the call
-    std::vector<std::string> appRequests;  // launches and closes that follow
+    std::vector<std::string> writes;      // preference writes caused by the call
+    std::vector<std::string> appRequests; // launches and closes that follow
     const char *stateAfter;
     bool rolesCopied;
     bool profileDeleted;
     bool downloadStarted = false; // provisioning holds the process with its long exit timer
 };
 
-void PrintTo(const SwitchCase &c, std::ostream *os) { *os << c.name; }
+void PrintTo(const SwitchCase &c, std::ostream *os) {
+    *os << c.name;
+}
 
 class DemoSwitch : public CoreScenario, public testing::WithParamInterface<SwitchCase> {};
 
@@ -209,7 +218,8 @@ TEST_P(DemoSwitch, RepliesWritesThePreferenceAndStartsOrStops) {
     writeFile(PROFILE_LIST_FILE, "com.acme.game\n");
     running = runningList({{"com.velto.app.firstuse", 55}, {"com.velto.app.phone", 300}});
     if (std::string(c.stored) == DEMO_ON)
-        running = runningList({{"com.velto.app.vyx", 1234}, {"com.velto.app.firstuse", 55},
+        running = runningList({{"com.velto.app.vyx", 1234},
+                               {"com.velto.app.firstuse", 55},
                                {"com.velto.app.phone", 300}});
     startWithDemo(c.stored);
     spinFor(50);
@@ -233,52 +243,134 @@ TEST_P(DemoSwitch, RepliesWritesThePreferenceAndStartsOrStops) {
     EXPECT_EQ(getExitTimer()->interval, c.downloadStarted ? 300000u : 10000u);
 }
 
-const char APP_WRITE[] = R"({"vyxStageRunning":true, "vyxStageDetails":{"application": "com.acme.demo"}})";
+const char APP_WRITE[] =
+    R"({"vyxStageRunning":true, "vyxStageDetails":{"application": "com.acme.demo"}})";
 const char INVALID[] = R"({"returnValue":false, "errorCode":-1, "errorText":"Invalid parameters"})";
 
 INSTANTIATE_TEST_SUITE_P(
     SetDemoState, DemoSwitch,
     testing::Values(
-        SwitchCase{"NotJson", DEMO_OFF, "setDemoState", "{state",
+        SwitchCase{"NotJson",
+                   DEMO_OFF,
+                   "setDemoState",
+                   "{state",
                    R"({"returnValue":false, "errorCode":-1, "errorText":"JSON processing error"})",
-                   {}, {}, "off", false, false},
-        SwitchCase{"StateNotBoolean", DEMO_OFF, "setDemoState", R"({"state":"true"})", INVALID, {},
-                   {}, "off", false, false},
-        SwitchCase{"StateMissing", DEMO_ON, "setDemoState", R"({"application":"x"})", INVALID, {},
-                   {}, "on", false, false},
-        SwitchCase{"OnWithApplicationWhileOff", DEMO_OFF, "setDemoState",
-                   R"({"state":true,"application":"com.acme.demo"})", OK, {APP_WRITE}, {}, "on",
-                   false, false},
-        SwitchCase{"OnWithApplicationWhileOn", DEMO_ON, "setDemoState",
-                   R"({"state":true,"application":"com.acme.demo"})", OK, {APP_WRITE}, {}, "on",
-                   true, false},
-        SwitchCase{"OnWhileOff", DEMO_OFF, "setDemoState", R"({"state":true})", OK,
+                   {},
+                   {},
+                   "off",
+                   false,
+                   false},
+        SwitchCase{"StateNotBoolean",
+                   DEMO_OFF,
+                   "setDemoState",
+                   R"({"state":"true"})",
+                   INVALID,
+                   {},
+                   {},
+                   "off",
+                   false,
+                   false},
+        SwitchCase{"StateMissing",
+                   DEMO_ON,
+                   "setDemoState",
+                   R"({"application":"x"})",
+                   INVALID,
+                   {},
+                   {},
+                   "on",
+                   false,
+                   false},
+        SwitchCase{"OnWithApplicationWhileOff",
+                   DEMO_OFF,
+                   "setDemoState",
+                   R"({"state":true,"application":"com.acme.demo"})",
+                   OK,
+                   {APP_WRITE},
+                   {},
+                   "on",
+                   false,
+                   false},
+        SwitchCase{"OnWithApplicationWhileOn",
+                   DEMO_ON,
+                   "setDemoState",
+                   R"({"state":true,"application":"com.acme.demo"})",
+                   OK,
+                   {APP_WRITE},
+                   {},
+                   "on",
+                   true,
+                   false},
+        SwitchCase{"OnWhileOff",
+                   DEMO_OFF,
+                   "setDemoState",
+                   R"({"state":true})",
+                   OK,
                    {PREF_ON_WRITE},
-                   {"close " + closeOf(55), "launch " + INITIALIZE, "launch " + CORE_START}, "on",
-                   true, false, true},
-        SwitchCase{"OnWhileOn", DEMO_ON, "setDemoState", R"({"state":true})", OK, {PREF_ON_WRITE},
-                   {}, "on", true, false},
-        SwitchCase{"OffWhileOn", DEMO_ON, "setDemoState", R"({"state":false})", OK,
+                   {"close " + closeOf(55), "launch " + INITIALIZE, "launch " + CORE_START},
+                   "on",
+                   true,
+                   false,
+                   true},
+        SwitchCase{"OnWhileOn",
+                   DEMO_ON,
+                   "setDemoState",
+                   R"({"state":true})",
+                   OK,
+                   {PREF_ON_WRITE},
+                   {},
+                   "on",
+                   true,
+                   false},
+        SwitchCase{"OffWhileOn",
+                   DEMO_ON,
+                   "setDemoState",
+                   R"({"state":false})",
+                   OK,
                    {PREF_OFF_WRITE},
                    {"close " + closeOf(1234), "close " + closeOf(55), "launch " + CORE_STOP,
                     "launch " + DEMO_EXIT},
-                   "off", false, true},
-        SwitchCase{"OffWhileOff", DEMO_OFF, "setDemoState", R"({"state":false})", OK,
-                   {PREF_OFF_WRITE}, {}, "off", false, false}),
+                   "off",
+                   false,
+                   true},
+        SwitchCase{"OffWhileOff",
+                   DEMO_OFF,
+                   "setDemoState",
+                   R"({"state":false})",
+                   OK,
+                   {PREF_OFF_WRITE},
+                   {},
+                   "off",
+                   false,
+                   false}),
     [](const testing::TestParamInfo<SwitchCase> &info) { return info.param.name; });
 
 // toggleDemo also closes the phone application.
 INSTANTIATE_TEST_SUITE_P(
     ToggleDemo, DemoSwitch,
-    testing::Values(
-        SwitchCase{"OffToOn", DEMO_OFF, "toggleDemo", "not read", OK, {PREF_ON_WRITE},
-                   {"close " + closeOf(55), "launch " + INITIALIZE, "close " + closeOf(300),
-                    "launch " + CORE_START},
-                   "on", true, false, true},
-        SwitchCase{"OnToOff", DEMO_ON, "toggleDemo", "{}", OK, {PREF_OFF_WRITE},
-                   {"close " + closeOf(1234), "close " + closeOf(55), "close " + closeOf(300),
-                    "launch " + CORE_STOP, "launch " + DEMO_EXIT},
-                   "off", false, true}),
+    testing::Values(SwitchCase{"OffToOn",
+                               DEMO_OFF,
+                               "toggleDemo",
+                               "not read",
+                               OK,
+                               {PREF_ON_WRITE},
+                               {"close " + closeOf(55), "launch " + INITIALIZE,
+                                "close " + closeOf(300), "launch " + CORE_START},
+                               "on",
+                               true,
+                               false,
+                               true},
+                    SwitchCase{"OnToOff",
+                               DEMO_ON,
+                               "toggleDemo",
+                               "{}",
+                               OK,
+                               {PREF_OFF_WRITE},
+                               {"close " + closeOf(1234), "close " + closeOf(55),
+                                "close " + closeOf(300), "launch " + CORE_STOP,
+                                "launch " + DEMO_EXIT},
+                               "off",
+                               false,
+                               true}),
     [](const testing::TestParamInfo<SwitchCase> &info) { return info.param.name; });
 
 } // namespace

@@ -34,7 +34,9 @@ struct DisplayCase {
     bool rearmed;
 };
 
-void PrintTo(const DisplayCase &c, std::ostream *os) { *os << c.name; }
+void PrintTo(const DisplayCase &c, std::ostream *os) {
+    *os << c.name;
+}
 
 class DisplayChange : public CoreScenario, public testing::WithParamInterface<DisplayCase> {
   protected:
@@ -72,26 +74,49 @@ TEST_P(DisplayChange, StartsTheVideoOnlyForARelevantEventWithTheDemoOn) {
 INSTANTIATE_TEST_SUITE_P(
     Cases, DisplayChange,
     testing::Values(
-        DisplayCase{"DisplayOff", ON, 1, trigger(R"("event":"displayOff","state":"off")"),
-                    {PLAY_VIDEO}, true},
-        DisplayCase{"StateAloneIsNotEnough", ON, 1, trigger(R"("event":"displayOn","state":"off")"),
-                    {}, true},
-        DisplayCase{"DockedWithAnyState", ON, 1,
-                    trigger(R"("event":"displayOn","state":"on","dockMode":true)"), {PLAY_VIDEO},
+        DisplayCase{"DisplayOff",
+                    ON,
+                    1,
+                    trigger(R"("event":"displayOff","state":"off")"),
+                    {PLAY_VIDEO},
                     true},
-        DisplayCase{"DockedAsText", ON, 1,
-                    trigger(R"("event":"displayOn","dockMode":"TRUE")"), {PLAY_VIDEO}, true},
-        DisplayCase{"EventNotATextButDimmed", ON, 1, trigger(R"("event":5,"state":"dimmed")"),
-                    {PLAY_VIDEO}, true},
-        DisplayCase{"EventNotATextAndDisplayOn", ON, 1, trigger(R"("event":5,"state":"on")"), {},
+        DisplayCase{"StateAloneIsNotEnough",
+                    ON,
+                    1,
+                    trigger(R"("event":"displayOn","state":"off")"),
+                    {},
                     true},
+        DisplayCase{"DockedWithAnyState",
+                    ON,
+                    1,
+                    trigger(R"("event":"displayOn","state":"on","dockMode":true)"),
+                    {PLAY_VIDEO},
+                    true},
+        DisplayCase{"DockedAsText",
+                    ON,
+                    1,
+                    trigger(R"("event":"displayOn","dockMode":"TRUE")"),
+                    {PLAY_VIDEO},
+                    true},
+        DisplayCase{"EventNotATextButDimmed",
+                    ON,
+                    1,
+                    trigger(R"("event":5,"state":"dimmed")"),
+                    {PLAY_VIDEO},
+                    true},
+        DisplayCase{
+            "EventNotATextAndDisplayOn", ON, 1, trigger(R"("event":5,"state":"on")"), {}, true},
         DisplayCase{"NothingRecorded", ON, 1, trigger(R"("event":null)"), {POWER}, true},
-        DisplayCase{"PresenceUnknown", ON, -1, trigger(R"("event":"displayInactive")"),
-                    {PLAY_VIDEO}, true},
+        DisplayCase{
+            "PresenceUnknown", ON, -1, trigger(R"("event":"displayInactive")"), {PLAY_VIDEO}, true},
         DisplayCase{"AppAbsent", ON, 0, trigger(R"("event":"displayOff")"), {}, true},
         DisplayCase{"DemoOff", OFF, 1, trigger(R"("event":"displayOff")"), {}, false},
-        DisplayCase{"DemoUnknownReadsThePreference", UNKNOWN_THEN_ON, 1,
-                    trigger(R"("event":"displayDimmed","state":"dimmed")"), {PLAY_VIDEO}, true},
+        DisplayCase{"DemoUnknownReadsThePreference",
+                    UNKNOWN_THEN_ON,
+                    1,
+                    trigger(R"("event":"displayDimmed","state":"dimmed")"),
+                    {PLAY_VIDEO},
+                    true},
         DisplayCase{"NoActivity", ON, 1, R"({"trigger":{"event":"displayOff"}})", {}, true},
         DisplayCase{"NoTrigger", ON, 1, R"({"$activity":{"activityId":4}})", {}, true},
         DisplayCase{"NoEvent", ON, 1, trigger(R"("state":"off")"), {}, true},
@@ -102,8 +127,9 @@ TEST_F(CoreScenario, ActivityIsCreatedWithTheExactPayload) {
     startWithDemo(DEMO_ON);
     ASSERT_TRUE(waitUntil([&] { return activities.count("create") >= 1; }, "the activity"));
     EXPECT_EQ(activities.lastPayload("create"), ACTIVITY);
-    EXPECT_TRUE(waitUntil([] { return LogCapture::hasText(std::string("setPowerMonitorCB(): ") + OK); },
-                          "the activity manager's answer"));
+    EXPECT_TRUE(
+        waitUntil([] { return LogCapture::hasText(std::string("setPowerMonitorCB(): ") + OK); },
+                  "the activity manager's answer"));
 }
 
 } // namespace

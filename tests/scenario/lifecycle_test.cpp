@@ -10,7 +10,9 @@ namespace {
 
 class Lifecycle : public BusTest {};
 
-gboolean neverCalled(gpointer) { return G_SOURCE_REMOVE; }
+gboolean neverCalled(gpointer) {
+    return G_SOURCE_REMOVE;
+}
 
 TEST_F(Lifecycle, ExitTimerLengthDecidesWhetherLaterShortRearmsCount) {
     struct Case {
@@ -99,8 +101,8 @@ TEST_F(RunningService, StartsWithAShortExitTimerAndReadsThePreference) {
     ASSERT_TRUE(waitUntil([&] { return prefs.count("getPreferences") == 1; }, "preference read"));
     EXPECT_EQ(prefs.lastPayload("getPreferences"),
               "{\"keys\":[\"vyxStageRunning\", \"vyxStageDetails\"]}");
-    const std::vector<std::string> expected = {"vyxstaged started with 'main()'",
-                                               "About to Register category", "Set exit timer handle"};
+    const std::vector<std::string> expected = {
+        "vyxstaged started with 'main()'", "About to Register category", "Set exit timer handle"};
     size_t next = 0;
     for (const LogLine &line : LogCapture::lines())
         if (next < expected.size() && line.text == expected[next])
@@ -110,8 +112,8 @@ TEST_F(RunningService, StartsWithAShortExitTimerAndReadsThePreference) {
 
 TEST_F(RunningService, RetiredMethodsSayTheyAreNoLongerSupported) {
     BusClient client;
-    for (const char *method : {"setUserInput", "timedout", "tapped", "closetutorial",
-                               "sendDownloadStatus"}) {
+    for (const char *method :
+         {"setUserInput", "timedout", "tapped", "closetutorial", "sendDownloadStatus"}) {
         SCOPED_TRACE(method);
         stopExitTimer(getExitTimer());
         EXPECT_EQ(client.call(std::string("velto://com.velto.vyxService/") + method, "not json"),

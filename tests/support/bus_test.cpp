@@ -17,9 +17,15 @@ static void captureLine(int priority, const char *line, void *) {
     s_lines.push_back({priority, line});
 }
 
-void LogCapture::install() { vyxLogSetSink(captureLine, nullptr); }
-void LogCapture::clear() { s_lines.clear(); }
-const std::vector<LogLine> &LogCapture::lines() { return s_lines; }
+void LogCapture::install() {
+    vyxLogSetSink(captureLine, nullptr);
+}
+void LogCapture::clear() {
+    s_lines.clear();
+}
+const std::vector<LogLine> &LogCapture::lines() {
+    return s_lines;
+}
 
 bool LogCapture::has(int priority, const std::string &text) {
     for (const LogLine &line : s_lines)
@@ -64,7 +70,9 @@ std::vector<unsigned> FakeHost::sleeps;
 int FakeHost::exits = 0;
 int FakeHost::lastExitStatus = -1;
 
-static int64_t fakeNow() { return FakeHost::now; }
+static int64_t fakeNow() {
+    return FakeHost::now;
+}
 static void fakeSleep(unsigned seconds) {
     FakeHost::sleeps.push_back(seconds);
     FakeHost::now += seconds;
@@ -97,9 +105,9 @@ static gboolean setFlag(gpointer data) {
         g_source_remove(timeout);
     if (done())
         return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << "timed out after " << timeoutMs
-                                         << " ms waiting for: " << what << "\nlog:\n"
-                                         << LogCapture::dump();
+    return ::testing::AssertionFailure()
+           << "timed out after " << timeoutMs << " ms waiting for: " << what << "\nlog:\n"
+           << LogCapture::dump();
 }
 
 void spinFor(int milliseconds) {

@@ -22,10 +22,10 @@ class LogCapture {
     static void install();
     static void clear();
     static const std::vector<LogLine> &lines();
-    static bool has(int priority, const std::string &text);     // exact line
-    static bool hasText(const std::string &text);               // exact line, any priority
-    static bool contains(const std::string &fragment);          // a line containing it
-    static int count(const std::string &text);                  // exact lines
+    static bool has(int priority, const std::string &text); // exact line
+    static bool hasText(const std::string &text);           // exact line, any priority
+    static bool contains(const std::string &fragment);      // a line containing it
+    static int count(const std::string &text);              // exact lines
     static std::string dump();
 };
 

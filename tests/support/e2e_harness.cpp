@@ -11,17 +11,17 @@
 namespace {
 
 // A member's value as a test reads it: a string's text without its quotes, anything else as JSON.
-std::string valueText(const JsonNode *value)
-{
+std::string valueText(const JsonNode *value) {
     if (value && value->type == JSON_STRING)
         return value->text ? value->text : "";
     return value ? json_write(value) : "";
 }
 
-std::string binary(const std::string &name) { return std::string(VYX_BINARY_DIR) + "/" + name; }
+std::string binary(const std::string &name) {
+    return std::string(VYX_BINARY_DIR) + "/" + name;
+}
 
-std::string readText(const std::string &path)
-{
+std::string readText(const std::string &path) {
     g_autofree char *content = nullptr;
     gsize length = 0;
     if (!g_file_get_contents(path.c_str(), &content, &length, nullptr))
@@ -29,28 +29,25 @@ std::string readText(const std::string &path)
     return std::string(content, length);
 }
 
-bool sanitizerComplained(const std::string &text)
-{
-    return text.find("AddressSanitizer") != std::string::npos || text.find("runtime error:") != std::string::npos ||
+bool sanitizerComplained(const std::string &text) {
+    return text.find("AddressSanitizer") != std::string::npos ||
+           text.find("runtime error:") != std::string::npos ||
            text.find("LeakSanitizer") != std::string::npos;
 }
 
 } // namespace
 
-std::string SimRecord::text(const std::string &key) const
-{
+std::string SimRecord::text(const std::string &key) const {
     JsonTree root = jsonParse(json.c_str());
     const JsonNode *label = root ? json_find_first_label(root.get(), key.c_str()) : nullptr;
     return label ? valueText(label->child) : "";
 }
 
-std::string shippedScenario(const std::string &file)
-{
+std::string shippedScenario(const std::string &file) {
     return std::string(VYX_SOURCE_DIR) + "/examples/scenarios/" + file;
 }
 
-ToolRun runTool(const std::string &tool, const std::vector<std::string> &args)
-{
+ToolRun runTool(const std::string &tool, const std::vector<std::string> &args) {
     std::vector<std::string> argv{binary(tool)};
     argv.insert(argv.end(), args.begin(), args.end());
     std::vector<char *> pointers;
@@ -62,7 +59,8 @@ ToolRun runTool(const std::string &tool, const std::vector<std::string> &args)
     g_autofree char *err = nullptr;
     int wait = 0;
     g_autoptr(GError) error = nullptr;
-    if (!g_spawn_sync(nullptr, pointers.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err, &wait, &error)) {
+    if (!g_spawn_sync(nullptr, pointers.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &out,
+                      &err, &wait, &error)) {
         run.err = error->message;
         return run;
     }
@@ -73,14 +71,12 @@ ToolRun runTool(const std::string &tool, const std::vector<std::string> &args)
     return run;
 }
 
-void E2eTest::SetUp()
-{
+void E2eTest::SetUp() {
     BusTest::SetUp();
     m_client = std::make_unique<BusClient>();
 }
 
-void E2eTest::TearDown()
-{
+void E2eTest::TearDown() {
     stop(m_daemon, SIGINT, "vyxstaged", false);
     stop(m_sim, SIGTERM, "vyxsim", true);
     m_watch.reset();
@@ -88,8 +84,7 @@ void E2eTest::TearDown()
     BusTest::TearDown();
 }
 
-void E2eTest::stop(GSubprocess *&process, int signal, const char *name, bool mustExitCleanly)
-{
+void E2eTest::stop(GSubprocess *&process, int signal, const char *name, bool mustExitCleanly) {
     if (!process)
         return;
     if (g_subprocess_get_identifier(process))
@@ -102,53 +97,55 @@ void E2eTest::stop(GSubprocess *&process, int signal, const char *name, bool mus
     }
     g_subprocess_wait(process, nullptr, nullptr);
     std::string log = readText(root() + "/" + name + ".log");
-    if (mustExitCleanly && (!g_subprocess_get_if_exited(process) || g_subprocess_get_exit_status(process) != 0))
+    if (mustExitCleanly &&
+        (!g_subprocess_get_if_exited(process) || g_subprocess_get_exit_status(process) != 0))
         ADD_FAILURE() << name << " did not exit cleanly; its output:\n" << log;
     if (sanitizerComplained(log))
         ADD_FAILURE() << name << " reported a sanitizer error:\n" << log;
     g_clear_object(&process);
 }
 
-std::string E2eTest::writeScenario(const std::string &name, const std::string &json)
-{
+std::string E2eTest::writeScenario(const std::string &name, const std::string &json) {
     writeFile("/scenarios/" + name, json);
     return rooted("/scenarios/" + name);
 }
 
-::testing::AssertionResult E2eTest::startSim(const std::string &scenarioPath)
-{
-    g_autoptr(GSubprocessLauncher) launcher = g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDERR_MERGE);
+::testing::AssertionResult E2eTest::startSim(const std::string &scenarioPath) {
+    g_autoptr(GSubprocessLauncher) launcher =
+        g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDERR_MERGE);
     g_subprocess_launcher_set_stdout_file_path(launcher, (root() + "/vyxsim.log").c_str());
     std::string log = root() + "/vyxsim-calls.log";
     g_autoptr(GError) error = nullptr;
-    m_sim = g_subprocess_launcher_spawn(launcher, &error, binary("vyxsim").c_str(), "--log", log.c_str(),
-                                        scenarioPath.c_str(), nullptr);
+    m_sim = g_subprocess_launcher_spawn(launcher, &error, binary("vyxsim").c_str(), "--log",
+                                        log.c_str(), scenarioPath.c_str(), nullptr);
     if (!m_sim)
         return ::testing::AssertionFailure() << "cannot start vyxsim: " << error->message;
     // Up when its control interface answers; the bus layer answers for it until then.
     for (int i = 0; i < 200; ++i) {
         if (!g_subprocess_get_identifier(m_sim))
-            return ::testing::AssertionFailure() << "vyxsim ended early:\n" << readText(root() + "/vyxsim.log");
+            return ::testing::AssertionFailure() << "vyxsim ended early:\n"
+                                                 << readText(root() + "/vyxsim.log");
         std::string reply = call("velto://com.velto.sim/device", "{}", 1000);
         if (reply.find("\"returnValue\":true") != std::string::npos)
             return collecting();
         spinFor(50);
     }
-    return ::testing::AssertionFailure() << "vyxsim did not come up:\n" << readText(root() + "/vyxsim.log");
+    return ::testing::AssertionFailure() << "vyxsim did not come up:\n"
+                                         << readText(root() + "/vyxsim.log");
 }
 
-::testing::AssertionResult E2eTest::collecting()
-{
+::testing::AssertionResult E2eTest::collecting() {
     m_watch = std::make_unique<BusClient>();
-    m_watch->send("velto://com.velto.sim/watch",
-                  "{\"subscribe\":true,\"kinds\":[\"call\",\"launch\",\"popup\",\"install\",\"preference\","
-                  "\"activity\",\"display\",\"connectivity\",\"allow1x\",\"close\",\"store\",\"fault\"]}");
+    m_watch->send(
+        "velto://com.velto.sim/watch",
+        "{\"subscribe\":true,\"kinds\":[\"call\",\"launch\",\"popup\",\"install\",\"preference\","
+        "\"activity\",\"display\",\"connectivity\",\"allow1x\",\"close\",\"store\",\"fault\"]}");
     return waitUntil([&] { return !m_watch->replies().empty(); }, "the simulator's watch");
 }
 
-::testing::AssertionResult E2eTest::startDaemon(bool settled)
-{
-    g_autoptr(GSubprocessLauncher) launcher = g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDERR_MERGE);
+::testing::AssertionResult E2eTest::startDaemon(bool settled) {
+    g_autoptr(GSubprocessLauncher) launcher =
+        g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDERR_MERGE);
     g_subprocess_launcher_set_stdout_file_path(launcher, (root() + "/vyxstaged.log").c_str());
     g_autoptr(GError) error = nullptr;
     m_daemon = g_subprocess_launcher_spawn(launcher, &error, binary("vyxstaged").c_str(), nullptr);
@@ -161,9 +158,9 @@ std::string E2eTest::writeScenario(const std::string &name, const std::string &j
         if (!g_subprocess_get_identifier(m_daemon))
             return ::testing::AssertionFailure() << "vyxstaged ended early:\n" << daemonLog();
         g_autoptr(GVariant) owned = g_dbus_connection_call_sync(
-            bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameHasOwner",
-            g_variant_new("(s)", "com.velto.vyxService"), G_VARIANT_TYPE("(b)"), G_DBUS_CALL_FLAGS_NONE, 1000,
-            nullptr, nullptr);
+            bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+            "NameHasOwner", g_variant_new("(s)", "com.velto.vyxService"), G_VARIANT_TYPE("(b)"),
+            G_DBUS_CALL_FLAGS_NONE, 1000, nullptr, nullptr);
         gboolean has = FALSE;
         if (owned)
             g_variant_get(owned, "(b)", &has);
@@ -174,16 +171,17 @@ std::string E2eTest::writeScenario(const std::string &name, const std::string &j
             if (state.find("\"state\":\"on\"") != std::string::npos ||
                 state.find("\"state\":\"off\"") != std::string::npos)
                 return ::testing::AssertionSuccess();
-            return ::testing::AssertionFailure() << "demo state did not settle: " << state << "\n" << dump();
+            return ::testing::AssertionFailure() << "demo state did not settle: " << state << "\n"
+                                                 << dump();
         }
         spinFor(50);
     }
     return ::testing::AssertionFailure() << "vyxstaged did not register:\n" << daemonLog();
 }
 
-int E2eTest::waitForDaemonExit(int timeoutMs)
-{
-    for (int waited = 0; m_daemon && g_subprocess_get_identifier(m_daemon) && waited < timeoutMs; waited += 50)
+int E2eTest::waitForDaemonExit(int timeoutMs) {
+    for (int waited = 0; m_daemon && g_subprocess_get_identifier(m_daemon) && waited < timeoutMs;
+         waited += 50)
         spinFor(50);
     if (!m_daemon || g_subprocess_get_identifier(m_daemon))
         return -1;
@@ -191,18 +189,15 @@ int E2eTest::waitForDaemonExit(int timeoutMs)
     return g_subprocess_get_if_exited(m_daemon) ? g_subprocess_get_exit_status(m_daemon) : -1;
 }
 
-std::string E2eTest::call(const std::string &uri, const std::string &payload, int timeoutMs)
-{
+std::string E2eTest::call(const std::string &uri, const std::string &payload, int timeoutMs) {
     return m_client->call(uri, payload, timeoutMs);
 }
 
-std::string E2eTest::sim(const std::string &method, const std::string &payload)
-{
+std::string E2eTest::sim(const std::string &method, const std::string &payload) {
     return call("velto://com.velto.sim/" + method, payload);
 }
 
-std::vector<SimRecord> E2eTest::records(const std::string &kind) const
-{
+std::vector<SimRecord> E2eTest::records(const std::string &kind) const {
     if (m_watch) {
         const auto &replies = m_watch->replies();
         for (; m_parsed < replies.size(); ++m_parsed) {
@@ -221,10 +216,9 @@ std::vector<SimRecord> E2eTest::records(const std::string &kind) const
     return out;
 }
 
-::testing::AssertionResult E2eTest::waitForRecord(const std::string &kind,
-                                                  const std::function<bool(const SimRecord &)> &match,
-                                                  const std::string &what, int timeoutMs)
-{
+::testing::AssertionResult
+E2eTest::waitForRecord(const std::string &kind, const std::function<bool(const SimRecord &)> &match,
+                       const std::string &what, int timeoutMs) {
     auto found = [&] {
         for (const SimRecord &record : records(kind))
             if (match(record))
@@ -236,10 +230,11 @@ std::vector<SimRecord> E2eTest::records(const std::string &kind) const
     return ::testing::AssertionFailure() << "no " << kind << " record: " << what << "\n" << dump();
 }
 
-std::string E2eTest::daemonLog() const { return readText(root() + "/vyxstaged.log"); }
+std::string E2eTest::daemonLog() const {
+    return readText(root() + "/vyxstaged.log");
+}
 
-std::string E2eTest::dump() const
-{
+std::string E2eTest::dump() const {
     std::ostringstream out;
     out << "simulator records:\n";
     for (const SimRecord &record : records())

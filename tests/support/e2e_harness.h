@@ -47,7 +47,8 @@ class E2eTest : public BusTest {
     int waitForDaemonExit(int timeoutMs);
 
     // Calls any method and returns its first reply ("" when none came).
-    std::string call(const std::string &uri, const std::string &payload = "{}", int timeoutMs = 5000);
+    std::string call(const std::string &uri, const std::string &payload = "{}",
+                     int timeoutMs = 5000);
     // Calls a control method of the simulator.
     std::string sim(const std::string &method, const std::string &payload = "{}");
 

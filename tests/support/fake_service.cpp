@@ -27,7 +27,9 @@ std::vector<std::string> FakeService::allUris() {
 
 FakeService::FakeService(std::string name) : m_name(std::move(name)) {}
 
-FakeService::~FakeService() { stop(); }
+FakeService::~FakeService() {
+    stop();
+}
 
 FakeService &FakeService::reply(const std::string &category, const std::string &method,
                                 std::string payload) {
@@ -82,8 +84,7 @@ bool FakeService::start() {
         for (auto &entry : methods)
             table.push_back({entry.first.c_str(), dispatch, 0});
         table.push_back({nullptr, nullptr, 0});
-        if (!KSRegisterCategory(m_handle, category.c_str(), table.data(), nullptr, nullptr,
-                                &error))
+        if (!KSRegisterCategory(m_handle, category.c_str(), table.data(), nullptr, nullptr, &error))
             ADD_FAILURE() << "cannot publish " << m_name << category << ": "
                           << (error.message ? error.message : "");
     }

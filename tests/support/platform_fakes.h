@@ -15,7 +15,7 @@ struct PlatformFakes {
     FakeService connMgr{"com.velto.connectionmanager"};
 
     std::vector<FakeService *> allFakes() {
-        return {&appManager, &systemService, &accounts, &properties, &deviceProfile, &activities,
-                &connMgr};
+        return {&appManager,    &systemService, &accounts, &properties,
+                &deviceProfile, &activities,    &connMgr};
     }
 };

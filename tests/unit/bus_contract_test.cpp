@@ -4,8 +4,8 @@
 #include <memory>
 
 #include "bus_test.h"
-#include "platform/json.h"
 #include "fake_service.h"
+#include "platform/json.h"
 
 namespace {
 
@@ -54,7 +54,9 @@ TEST_F(BusContract, LaterRepliesReachOnlySubscriptions) {
     struct Case {
         const char *payload;
         size_t expected;
-    } cases[] = {{"{\"subscribe\":true}", 3}, {"{\"subscribe\":false}", 1}, {"{}", 1},
+    } cases[] = {{"{\"subscribe\":true}", 3},
+                 {"{\"subscribe\":false}", 1},
+                 {"{}", 1},
                  {"[{\"subscribe\":true}]", 1}};
     for (const Case &c : cases) {
         SCOPED_TRACE(c.payload);
@@ -109,8 +111,8 @@ TEST_F(BusContract, CallDroppedUnansweredGetsNoReplyUntilItsServiceLeaves) {
     EXPECT_TRUE(client.replies().empty()) << client.replies()[0];
     quiet.reset();
     ASSERT_TRUE(waitUntil([&] { return !client.replies().empty(); }, "the bus's error"));
-    EXPECT_EQ(client.replies()[0].rfind("{\"returnValue\":false,\"errorCode\":-1,\"errorText\":", 0),
-              0u)
+    EXPECT_EQ(
+        client.replies()[0].rfind("{\"returnValue\":false,\"errorCode\":-1,\"errorText\":", 0), 0u)
         << client.replies()[0];
 }
 
@@ -143,9 +145,9 @@ TEST_F(BusContract, CallWithoutCallbackIsDelivered) {
 
 TEST_F(BusContract, MalformedAddressesAreRefusedWithAnError) {
     BusClient client;
-    for (const char *uri : {"", "velto://", "velto://com.example.x", "http://com.example.x/m",
-                            "velto://com.example.x/", "velto://com.example.x/bad path/m",
-                            "velto://:1.5/method"}) {
+    for (const char *uri :
+         {"", "velto://", "velto://com.example.x", "http://com.example.x/m",
+          "velto://com.example.x/", "velto://com.example.x/bad path/m", "velto://:1.5/method"}) {
         SCOPED_TRACE(uri);
         BusError error;
         KSErrorInit(&error);

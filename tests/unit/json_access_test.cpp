@@ -35,8 +35,7 @@ TEST_F(JsonAccess, BooleansArriveAsLiteralsOrWordsInAnyCase) {
 }
 
 TEST_F(JsonAccess, GetJsonStringReturnsTextsOfStringsAndNumbersOnly) {
-    JsonTree tree = jsonParse(
-        R"({"o":{"s":"a\/b","n":42,"z":null,"t":true,"a":[1]}})");
+    JsonTree tree = jsonParse(R"({"o":{"s":"a\/b","n":42,"z":null,"t":true,"a":[1]}})");
     const JsonNode *o = member(tree, "o");
     EXPECT_STREQ(getJsonString(o, "s"), "a\\/b");
     EXPECT_STREQ(getJsonString(o, "n"), "42");
@@ -61,15 +60,16 @@ TEST_F(JsonAccess, FindFirstLabelLogsBadParametersAndNonObjects) {
         LOG_ALERT, "prvJsonFindFirstLabel: Bad param in call to prvJsonFindFirstLabel: name: k"));
     EXPECT_EQ(prvJsonFindFirstLabel(member(tree, "arr")->child, "k", "caller"), nullptr);
     EXPECT_TRUE(LogCapture::has(
-        LOG_DEBUG, "caller: Invalid element type of array in call to prvJsonFindFirstLabel: name: k"));
+        LOG_DEBUG,
+        "caller: Invalid element type of array in call to prvJsonFindFirstLabel: name: k"));
     EXPECT_NE(prvJsonFindFirstLabel(tree.get(), "arr", "caller"), nullptr);
 }
 
 TEST_F(JsonAccess, TypeNames) {
     struct Case {
         const char *json, *name;
-    } cases[] = {{"\"s\"", "string"}, {"1.5", "number"},       {"{}", "object"},
-                 {"[]", "array"},     {"true", "boolean:true"}, {"false", "boolean:false"},
+    } cases[] = {{"\"s\"", "string"},  {"1.5", "number"},        {"{}", "object"},
+                 {"[]", "array"},      {"true", "boolean:true"}, {"false", "boolean:false"},
                  {"null", "null type"}};
     for (const Case &c : cases) {
         JsonTree tree = jsonParse(c.json);
@@ -93,8 +93,10 @@ TEST_F(JsonAccess, OnlyTheNotRunningReplyOfTheNamedServiceIsIgnored) {
         {R"({"returnValue":false,"errorCode":"-1","errorText":"com.x is not running.","serviceName":"com.x"})",
          false, "cb: Unexpected value in errorCode: -1"},
         {R"({"returnValue":false,"errorCode":-1,"errorText":"Service com.x is not running.","serviceName":"com.x"})",
-         false, "cb: errorText [Service com.x is not running.] doesn't start with [com.x is not running]"},
-        {R"({"returnValue":false,"errorCode":-1,"errorText":"com.x is not running."})", false, nullptr},
+         false,
+         "cb: errorText [Service com.x is not running.] doesn't start with [com.x is not running]"},
+        {R"({"returnValue":false,"errorCode":-1,"errorText":"com.x is not running."})", false,
+         nullptr},
         {R"({"returnValue":true,"errorCode":-1,"errorText":"com.x is not running.","serviceName":"com.x"})",
          false, nullptr},
         {R"({"returnValue":false,"errorCode":-1,"errorText":"com.x is not running.","serviceName":7})",
@@ -118,7 +120,8 @@ TEST_F(JsonAccess, RepliesHaveTheServiceShapes) {
     FakeService svc("com.example.svc");
     svc.handle("/", "yes", [](BusHandle *h, BusMessage *m) { sendAffirmativeResponse(h, m); });
     svc.handle("/", "no", [](BusHandle *h, BusMessage *m) { sendNegativeResponse(h, m, "Nope"); });
-    svc.handle("/", "none", [](BusHandle *h, BusMessage *m) { sendNegativeResponse(h, m, nullptr); });
+    svc.handle("/", "none",
+               [](BusHandle *h, BusMessage *m) { sendNegativeResponse(h, m, nullptr); });
     ASSERT_TRUE(svc.start());
     BusClient client;
     EXPECT_EQ(client.call("velto://com.example.svc/yes", "{}"), "{\"returnValue\":true}");

@@ -12,7 +12,9 @@
 
 namespace {
 
-std::string corpusDir() { return std::string(VYX_SHARED_DIR) + "/jsontestsuite"; }
+std::string corpusDir() {
+    return std::string(VYX_SHARED_DIR) + "/jsontestsuite";
+}
 
 std::vector<std::string> corpusFiles(const char *prefix) {
     std::vector<std::string> names;
@@ -140,8 +142,8 @@ TEST(JsonParse, AcceptsAndRejects) {
         {"[1}", false},
         {"{\"a\":1]", false},
         {"\"\\u12G4\"", false},
-        {"\"\\uD800\"", true}, // escapes are kept as written, so a lone surrogate is just text
-        {"\"\xC0\xAF\"", false},         // overlong
+        {"\"\\uD800\"", true},   // escapes are kept as written, so a lone surrogate is just text
+        {"\"\xC0\xAF\"", false}, // overlong
         {"\"\xE0\x80\xAF\"", false},     // overlong
         {"\"\xED\xA0\x80\"", false},     // encoded surrogate
         {"\"\xF4\x90\x80\x80\"", false}, // above U+10FFFF
@@ -181,8 +183,10 @@ TEST(JsonParse, KeepsStringAndKeyTextsAsWritten) {
 }
 
 TEST(JsonParse, NumbersKeepTheirSourceText) {
-    const char *numbers[] = {"0", "-0", "42", "-1", "3.14", "1e5", "1E+05", "-2.5e-10",
-                             "123456789012345678901234567890", "0.000"};
+    const char *numbers[] = {"0",     "-0",       "42",
+                             "-1",    "3.14",     "1e5",
+                             "1E+05", "-2.5e-10", "123456789012345678901234567890",
+                             "0.000"};
     for (const char *number : numbers) {
         std::string document = std::string("[ ") + number + " , " + number + "]";
         JsonTree tree = jsonParse(document.c_str());
@@ -321,12 +325,9 @@ TEST(JsonLookup, FindsMembersByRawKey) {
         bool boolValue;
         const char *string;
     } cases[] = {
-        {"flag", true, true, nullptr},
-        {"off", true, false, nullptr},
-        {"name", false, false, "vyx"},
-        {"n", false, false, nullptr},
-        {"nil", false, false, nullptr},
-        {"missing", false, false, nullptr},
+        {"flag", true, true, nullptr},  {"off", true, false, nullptr},
+        {"name", false, false, "vyx"},  {"n", false, false, nullptr},
+        {"nil", false, false, nullptr}, {"missing", false, false, nullptr},
     };
     for (const auto &c : cases) {
         bool value = !c.boolValue;
@@ -349,7 +350,11 @@ TEST(JsonLookup, FindsMembersByRawKey) {
 TEST(JsonWrite, WritesWhatWasParsedBackCompactly) {
     const char *documents[] = {
         "{\"a\":[1,-2.5e3,true,false,null],\"b\":{\"c\\/d\":\"x\\u0041\\\"\"}}",
-        "[]", "{}", "\"plain\"", "0", "[[[],{}]]",
+        "[]",
+        "{}",
+        "\"plain\"",
+        "0",
+        "[[[],{}]]",
     };
     for (const char *document : documents) {
         SCOPED_TRACE(document);

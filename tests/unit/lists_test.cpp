@@ -26,13 +26,10 @@ TEST(Lists, StrArrayAppendSplitsAndGrows) {
         const char *appended;
         Strings expected;
     } cases[] = {
-        {nullptr, "a", {"a"}},
-        {nullptr, "a;b", {"a", "b"}},
-        {"a", "b", {"a", "b"}},
-        {"a;b", "c;d", {"a", "b", "c", "d"}},
+        {nullptr, "a", {"a"}},  {nullptr, "a;b", {"a", "b"}},
+        {"a", "b", {"a", "b"}}, {"a;b", "c;d", {"a", "b", "c", "d"}},
         {"a", "a", {"a", "a"}}, // no de-duplication
-        {"a", "", {"a"}},
-        {"a", nullptr, {"a"}},
+        {"a", "", {"a"}},       {"a", nullptr, {"a"}},
         {nullptr, nullptr, {}},
     };
     for (const auto &c : cases) {
@@ -50,12 +47,8 @@ TEST(Lists, StrAppendJoinsWithSeparator) {
         const char *appended;
         const char *expected;
     } cases[] = {
-        {nullptr, "a", "a"},
-        {"a", "b", "a;b"},
-        {"a;b", "c", "a;b;c"},
-        {"a", "", "a"},
-        {"a", nullptr, "a"},
-        {nullptr, "", nullptr},
+        {nullptr, "a", "a"}, {"a", "b", "a;b"},   {"a;b", "c", "a;b;c"},
+        {"a", "", "a"},      {"a", nullptr, "a"}, {nullptr, "", nullptr},
     };
     for (const auto &c : cases) {
         g_autofree char *list = g_strdup(c.start);
@@ -77,15 +70,11 @@ TEST(Lists, FindInStringArrayIsBoundedByCount) {
         const char *string;
         int expected;
     } cases[] = {
-        {4, "com.a", 0},   // the first of two
-        {4, "com.c", 3},
-        {3, "com.c", -1},  // beyond the owner's count
-        {4, "COM.A", -1},  // case-sensitive
-        {4, "com", -1},
-        {4, "", -1},
-        {4, nullptr, -1},
-        {0, "com.a", -1},
-        {9, "com.x", -1},  // an overstated count must not read past the terminator
+        {4, "com.a", 0},                    // the first of two
+        {4, "com.c", 3},  {3, "com.c", -1}, // beyond the owner's count
+        {4, "COM.A", -1},                   // case-sensitive
+        {4, "com", -1},   {4, "", -1},      {4, nullptr, -1},
+        {0, "com.a", -1}, {9, "com.x", -1}, // an overstated count must not read past the terminator
     };
     for (const auto &c : cases)
         EXPECT_EQ(prvFindInStringArray(array, c.count, c.string), c.expected)

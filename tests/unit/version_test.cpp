@@ -9,7 +9,9 @@
 
 namespace {
 
-int sign(int value) { return (value > 0) - (value < 0); }
+int sign(int value) {
+    return (value > 0) - (value < 0);
+}
 
 TEST(VersionCompare, RanksVersionsBySign) {
     struct Case {
@@ -47,10 +49,10 @@ TEST(VersionCompare, RanksVersionsBySign) {
         {"1.2a", "1.2b", -1},
         {"1.2B", "1.2b", 0},
         {"1.2b", "1.2A", 1},
-        {"1.x", "1.0", 1},          // no digits reads as 0, then "x" > "0"
-        {"1. 7", "1.6", 1},         // leading blanks are skipped
-        {"1.-1", "1.0", -1},        // and a sign is read
-        {"1..2", "1.0.2", -1},      // an empty component reads as 0 and sorts first as text
+        {"1.x", "1.0", 1},     // no digits reads as 0, then "x" > "0"
+        {"1. 7", "1.6", 1},    // leading blanks are skipped
+        {"1.-1", "1.0", -1},   // and a sign is read
+        {"1..2", "1.0.2", -1}, // an empty component reads as 0 and sorts first as text
         // Out-of-range components saturate instead of wrapping around.
         {"1.99999999999", "1.1", 1},
         {"1.2147483647", "1.-2147483648", 1},
@@ -63,16 +65,19 @@ TEST(VersionCompare, RanksVersionsBySign) {
 
 TEST(VersionCompare, LogsEveryComparison) {
     static std::vector<std::pair<int, std::string>> lines;
-    vyxLogSetSink([](int priority, const char *line, void *) { lines.emplace_back(priority, line); },
-                  nullptr);
+    vyxLogSetSink(
+        [](int priority, const char *line, void *) { lines.emplace_back(priority, line); },
+        nullptr);
     versionCompare("1.10", "1.9");
     versionCompare(nullptr, "2.0");
     versionCompare("a", "b");
     vyxLogSetSink(nullptr, nullptr);
 
     ASSERT_EQ(lines.size(), 3u);
-    EXPECT_EQ(lines[0], std::make_pair(LOG_DEBUG, std::string("versionCompare: Compare(1.10,1.9)=1")));
-    EXPECT_EQ(lines[1], std::make_pair(LOG_DEBUG, std::string("versionCompare: Compare(NULL,2.0)=-1")));
+    EXPECT_EQ(lines[0],
+              std::make_pair(LOG_DEBUG, std::string("versionCompare: Compare(1.10,1.9)=1")));
+    EXPECT_EQ(lines[1],
+              std::make_pair(LOG_DEBUG, std::string("versionCompare: Compare(NULL,2.0)=-1")));
     EXPECT_EQ(lines[2], std::make_pair(LOG_DEBUG, std::string("versionCompare: Compare(a,b)=-1")));
 }
 

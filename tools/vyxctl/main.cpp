@@ -28,14 +28,12 @@ struct State {
 
 // A reply that is not valid JSON (an error text escaped the wrong way, say) still counts when it
 // plainly says "returnValue":false.
-bool textSaysFalse(const char *payload)
-{
-    return g_regex_match_simple("\"returnValue\"\\s*:\\s*(false|\"false\")", payload, G_REGEX_CASELESS,
-                                G_REGEX_MATCH_DEFAULT);
+bool textSaysFalse(const char *payload) {
+    return g_regex_match_simple("\"returnValue\"\\s*:\\s*(false|\"false\")", payload,
+                                G_REGEX_CASELESS, G_REGEX_MATCH_DEFAULT);
 }
 
-bool saysFalse(const char *payload)
-{
+bool saysFalse(const char *payload) {
     if (!payload)
         return false;
     JsonTree root = jsonParse(payload);
@@ -47,12 +45,11 @@ bool saysFalse(const char *payload)
     const JsonNode *value = label ? label->child : nullptr;
     if (!value)
         return false;
-    return value->type == JSON_FALSE ||
-           (value->type == JSON_STRING && value->text && g_ascii_strcasecmp(value->text, "false") == 0);
+    return value->type == JSON_FALSE || (value->type == JSON_STRING && value->text &&
+                                         g_ascii_strcasecmp(value->text, "false") == 0);
 }
 
-bool onReply(BusHandle *, BusMessage *reply, void *context)
-{
+bool onReply(BusHandle *, BusMessage *reply, void *context) {
     auto *state = static_cast<State *>(context);
     const char *payload = KSMessageGetPayload(reply);
     printf("%s\n", payload ? payload : "");
@@ -64,16 +61,14 @@ bool onReply(BusHandle *, BusMessage *reply, void *context)
     return true;
 }
 
-gboolean stop(gpointer loop)
-{
+gboolean stop(gpointer loop) {
     g_main_loop_quit(static_cast<GMainLoop *>(loop));
     return G_SOURCE_REMOVE;
 }
 
 } // namespace
 
-int main(int argc, char **argv)
-{
+int main(int argc, char **argv) {
     State state;
     double seconds = 10;
     int i = 1;

@@ -13,8 +13,7 @@ namespace {
 
 GMainLoop *s_loop = nullptr;
 
-const JsonNode *objectPayload(Call &call)
-{
+const JsonNode *objectPayload(Call &call) {
     const JsonNode *root = call.json.get();
     if (!root || root->type != JSON_OBJECT) {
         call.fail("Expected a JSON object");
@@ -23,8 +22,7 @@ const JsonNode *objectPayload(Call &call)
     return root;
 }
 
-void ctDisplayEvent(Call &call)
-{
+void ctDisplayEvent(Call &call) {
     const JsonNode *root = objectPayload(call);
     if (!root)
         return;
@@ -37,8 +35,7 @@ void ctDisplayEvent(Call &call)
     call.reply("{\"returnValue\":true,\"notified\":" + std::to_string(told) + "}");
 }
 
-void ctSetConnectivity(Call &call)
-{
+void ctSetConnectivity(Call &call) {
     const JsonNode *root = objectPayload(call);
     if (!root)
         return;
@@ -46,8 +43,7 @@ void ctSetConnectivity(Call &call)
     call.reply("{\"returnValue\":true,\"notified\":" + std::to_string(told) + "}");
 }
 
-void ctSetFault(Call &call)
-{
+void ctSetFault(Call &call) {
     if (!objectPayload(call))
         return;
     Faults faults = sim().device.faults;
@@ -65,7 +61,8 @@ void ctSetFault(Call &call)
     for (const std::string &name : serviceNames()) {
         if (name == "com.velto.sim")
             continue; // the control interface stays reachable
-        bool down = std::find(faults.notRunning.begin(), faults.notRunning.end(), name) != faults.notRunning.end();
+        bool down = std::find(faults.notRunning.begin(), faults.notRunning.end(), name) !=
+                    faults.notRunning.end();
         if (!serviceSetRunning(name, !down, error)) {
             call.fail(error);
             return;
@@ -79,8 +76,7 @@ void ctSetFault(Call &call)
     call.ok();
 }
 
-void ctSetInstallBehaviour(Call &call)
-{
+void ctSetInstallBehaviour(Call &call) {
     std::string id, error;
     InstallBehaviour behaviour;
     if (!parseInstallBehaviour(call.payload, id, behaviour, error)) {
@@ -91,34 +87,38 @@ void ctSetInstallBehaviour(Call &call)
     call.ok();
 }
 
-void reply(Call &call, const char *kind)
-{
+void reply(Call &call, const char *kind) {
     const JsonNode *since = jsonMember(call.json.get(), "since");
     long after = since ? strtol(jsonText(since).c_str(), nullptr, 10) : 0;
     call.reply(recordsReply(kind, after));
 }
 
-void ctRecords(Call &call)
-{
+void ctRecords(Call &call) {
     std::string kind = jsonText(jsonMember(call.json.get(), "kind"));
     reply(call, kind.c_str());
 }
-void ctCalls(Call &call) { reply(call, "call"); }
-void ctLaunches(Call &call) { reply(call, "launch"); }
-void ctPopups(Call &call) { reply(call, "popup"); }
+void ctCalls(Call &call) {
+    reply(call, "call");
+}
+void ctLaunches(Call &call) {
+    reply(call, "launch");
+}
+void ctPopups(Call &call) {
+    reply(call, "popup");
+}
 
-void ctPackages(Call &call) { call.reply("{\"returnValue\":true,\"apps\":" + packagesJson() + "}"); }
+void ctPackages(Call &call) {
+    call.reply("{\"returnValue\":true,\"apps\":" + packagesJson() + "}");
+}
 
-void ctPreferences(Call &call)
-{
+void ctPreferences(Call &call) {
     std::string members;
     for (const auto &[key, value] : sim().device.preferences)
         appendItem(members, jsonQuote(key) + ":" + value);
     call.reply("{\"returnValue\":true,\"preferences\":{" + members + "}}");
 }
 
-void ctDevice(Call &call)
-{
+void ctDevice(Call &call) {
     std::string running;
     for (const RunningApp &app : sim().device.running)
         appendItem(running, "{\"id\":" + jsonQuote(app.id) + ",\"processid\":\"" +
@@ -128,17 +128,17 @@ void ctDevice(Call &call)
         appendItem(services, "{\"name\":" + jsonQuote(name) + ",\"running\":" +
                                  (serviceIsRunning(name) ? "true" : "false") + "}");
     const char *allow1x = sim().allow1x < 0 ? "null" : sim().allow1x ? "true" : "false";
-    call.reply("{\"returnValue\":true,\"scenario\":\"" + jsonEscape(sim().device.name) + "\",\"storeUrl\":\"" +
-               jsonEscape(sim().storeUrl) + "\",\"storeFault\":\"" + storeFaultName(sim().device.faults.store) +
-               "\",\"running\":[" + running + "],\"installs\":" + installsJson() +
-               ",\"activities\":" + activitiesJson() + ",\"connectivity\":" + sim().device.connectivity +
-               ",\"display\":" + sim().device.display + ",\"allow1x\":" + allow1x + ",\"services\":[" +
-               services + "]}");
+    call.reply("{\"returnValue\":true,\"scenario\":\"" + jsonEscape(sim().device.name) +
+               "\",\"storeUrl\":\"" + jsonEscape(sim().storeUrl) + "\",\"storeFault\":\"" +
+               storeFaultName(sim().device.faults.store) + "\",\"running\":[" + running +
+               "],\"installs\":" + installsJson() + ",\"activities\":" + activitiesJson() +
+               ",\"connectivity\":" + sim().device.connectivity +
+               ",\"display\":" + sim().device.display + ",\"allow1x\":" + allow1x +
+               ",\"services\":[" + services + "]}");
 }
 
 // A watcher hears every record as it happens; "kinds" narrows it down.
-void ctWatch(Call &call)
-{
+void ctWatch(Call &call) {
     if (endSubscription(call, "sim/watch"))
         return;
     if (subscribeRequest(call) != SubscribeRequest::Subscribe) {
@@ -146,15 +146,15 @@ void ctWatch(Call &call)
         return;
     }
     std::string filter;
-    if (const JsonNode *kinds = jsonMember(call.json.get(), "kinds"); kinds && kinds->type == JSON_ARRAY)
+    if (const JsonNode *kinds = jsonMember(call.json.get(), "kinds");
+        kinds && kinds->type == JSON_ARRAY)
         for (const JsonNode *kind = kinds->child; kind; kind = kind->next)
             appendItem(filter, jsonText(kind), ';');
     call.reply("{\"returnValue\":true,\"subscribed\":true}");
     call.keep("sim/watch", filter);
 }
 
-void ctQuit(Call &call)
-{
+void ctQuit(Call &call) {
     call.ok();
     if (s_loop)
         g_main_loop_quit(s_loop);
@@ -162,10 +162,11 @@ void ctQuit(Call &call)
 
 } // namespace
 
-void controlSetLoop(GMainLoop *loop) { s_loop = loop; }
+void controlSetLoop(GMainLoop *loop) {
+    s_loop = loop;
+}
 
-void defineControlService()
-{
+void defineControlService() {
     serviceDefine("com.velto.sim", "/",
                   {{"displayEvent", ctDisplayEvent},
                    {"setConnectivity", ctSetConnectivity},

@@ -10,8 +10,7 @@
 #include "sim.h"
 #include "sim_json.h"
 
-SimState &sim()
-{
+SimState &sim() {
     static SimState state;
     return state;
 }
@@ -21,8 +20,7 @@ namespace {
 const char *CORE_APP = "com.velto.app.vyxcore";
 
 // The platform launches applications by id; the package of an application "x.app" is "x".
-const Package *installedApp(const std::string &appId)
-{
+const Package *installedApp(const std::string &appId) {
     if (const Package *package = packageFind(appId))
         return package;
     if (g_str_has_suffix(appId.c_str(), ".app"))
@@ -30,8 +28,7 @@ const Package *installedApp(const std::string &appId)
     return nullptr;
 }
 
-void amLaunch(Call &call)
-{
+void amLaunch(Call &call) {
     JsonTree tree = jsonParseLenient(call.payload);
     std::string id = jsonText(jsonMember(tree.get(), "id"));
     if (id.empty()) {
@@ -45,18 +42,21 @@ void amLaunch(Call &call)
     // Pop-ups are what a person watches; they count whether or not the core application can
     // show them.
     if (id == CORE_APP && action == "popupalert")
-        recordEvent("popup", "\"message\":" + jsonQuote(jsonText(jsonMember(params, "message"))) +
-                                 ",\"name\":" + jsonQuote(jsonText(jsonMember(params, "name"))) +
-                                 ",\"percent\":" + jsonQuote(jsonText(jsonMember(params, "percent"))));
+        recordEvent("popup",
+                    "\"message\":" + jsonQuote(jsonText(jsonMember(params, "message"))) +
+                        ",\"name\":" + jsonQuote(jsonText(jsonMember(params, "name"))) +
+                        ",\"percent\":" + jsonQuote(jsonText(jsonMember(params, "percent"))));
 
-    std::string members = "\"id\":" + jsonQuote(id) + ",\"action\":" + jsonQuote(action) + ",\"params\":" + paramsText;
+    std::string members = "\"id\":" + jsonQuote(id) + ",\"action\":" + jsonQuote(action) +
+                          ",\"params\":" + paramsText;
     if (!installedApp(id)) {
         recordEvent("launch", members + ",\"ok\":false");
         call.fail("Application not found: " + id);
         return;
     }
     auto &running = sim().device.running;
-    auto app = std::find_if(running.begin(), running.end(), [&](const RunningApp &r) { return r.id == id; });
+    auto app = std::find_if(running.begin(), running.end(),
+                            [&](const RunningApp &r) { return r.id == id; });
     int processId;
     if (app != running.end()) {
         processId = app->processId;
@@ -72,8 +72,7 @@ void amLaunch(Call &call)
     call.reply("{\"returnValue\":true,\"processId\":" + jsonQuote(pid) + "}");
 }
 
-void amRunning(Call &call)
-{
+void amRunning(Call &call) {
     std::string list;
     for (const RunningApp &app : sim().device.running)
         appendItem(list, "{\"id\":" + jsonQuote(app.id) + ",\"processid\":\"" +
@@ -81,8 +80,7 @@ void amRunning(Call &call)
     call.reply("{\"returnValue\":true,\"running\":[" + list + "]}");
 }
 
-void amClose(Call &call)
-{
+void amClose(Call &call) {
     JsonTree tree = jsonParseLenient(call.payload);
     std::string text = jsonText(jsonMember(tree.get(), "processId"));
     char *end = nullptr;
@@ -99,10 +97,11 @@ void amClose(Call &call)
     call.ok();
 }
 
-void amListPackages(Call &call) { call.reply("{\"returnValue\":true,\"apps\":" + packagesJson() + "}"); }
+void amListPackages(Call &call) {
+    call.reply("{\"returnValue\":true,\"apps\":" + packagesJson() + "}");
+}
 
-void ssGetPreferences(Call &call)
-{
+void ssGetPreferences(Call &call) {
     const JsonNode *keys = jsonMember(call.json.get(), "keys");
     if (!keys || keys->type != JSON_ARRAY) {
         call.fail("Missing keys");
@@ -118,8 +117,7 @@ void ssGetPreferences(Call &call)
     call.reply(jsonJoinMembers("\"returnValue\":true", members));
 }
 
-void ssSetPreferences(Call &call)
-{
+void ssSetPreferences(Call &call) {
     const JsonNode *root = call.json.get();
     if (!root || root->type != JSON_OBJECT || !root->child) {
         call.fail("Invalid preferences");
@@ -129,7 +127,8 @@ void ssSetPreferences(Call &call)
     for (const JsonNode *label = root->child; label; label = label->next) {
         std::string key = jsonUnescape(label->text);
         std::string value = json_write(label->child);
-        auto entry = std::find_if(prefs.begin(), prefs.end(), [&](const auto &p) { return p.first == key; });
+        auto entry =
+            std::find_if(prefs.begin(), prefs.end(), [&](const auto &p) { return p.first == key; });
         if (entry != prefs.end())
             entry->second = value;
         else
@@ -139,25 +138,22 @@ void ssSetPreferences(Call &call)
     call.ok();
 }
 
-void asGetAccountToken(Call &call)
-{
+void asGetAccountToken(Call &call) {
     const auto &account = sim().device.account;
     if (!account) {
         call.fail("No account on this device");
         return;
     }
-    call.reply("{\"returnValue\":true,\"token\":" + jsonQuote(account->token) + ",\"accountAlias\":" +
-               jsonQuote(account->alias) + ",\"accountState\":" + jsonQuote(account->state) +
-               ",\"uniqueId\":" + jsonQuote(account->uniqueId) + "}");
+    call.reply("{\"returnValue\":true,\"token\":" + jsonQuote(account->token) +
+               ",\"accountAlias\":" + jsonQuote(account->alias) + ",\"accountState\":" +
+               jsonQuote(account->state) + ",\"uniqueId\":" + jsonQuote(account->uniqueId) + "}");
 }
 
-void asGetServerUrl(Call &call)
-{
+void asGetServerUrl(Call &call) {
     call.reply("{\"returnValue\":true,\"serverUrl\":" + jsonQuote(sim().storeUrl) + "}");
 }
 
-void dpGetDeviceId(Call &call)
-{
+void dpGetDeviceId(Call &call) {
     if (sim().device.deviceId.empty()) {
         call.fail("Device id not available");
         return;
@@ -165,8 +161,7 @@ void dpGetDeviceId(Call &call)
     call.reply("{\"returnValue\":true,\"deviceId\":" + jsonQuote(sim().device.deviceId) + "}");
 }
 
-void spGetSomeSysPropertiesObj(Call &call)
-{
+void spGetSomeSysPropertiesObj(Call &call) {
     const JsonNode *root = call.json.get();
     if (!root || root->type != JSON_ARRAY) {
         call.fail("Expected an array of keys");
@@ -186,14 +181,13 @@ void spGetSomeSysPropertiesObj(Call &call)
     call.reply("{\"returnValue\":true,\"values\":[" + values + "]}");
 }
 
-std::string connectivityReply()
-{
+std::string connectivityReply() {
     const std::string &status = sim().device.connectivity;
-    return jsonJoinMembers("\"returnValue\":true", std::string_view(status).substr(1, status.size() - 2));
+    return jsonJoinMembers("\"returnValue\":true",
+                           std::string_view(status).substr(1, status.size() - 2));
 }
 
-void cmGetStatus(Call &call)
-{
+void cmGetStatus(Call &call) {
     if (endSubscription(call, "connectionmanager"))
         return;
     call.reply(connectivityReply());
@@ -201,8 +195,7 @@ void cmGetStatus(Call &call)
         call.keep("connectionmanager");
 }
 
-void dmAllow1x(Call &call)
-{
+void dmAllow1x(Call &call) {
     const JsonNode *value = jsonMember(call.json.get(), "value");
     if (!value || (value->type != JSON_TRUE && value->type != JSON_FALSE)) {
         call.fail("Missing value");
@@ -215,16 +208,14 @@ void dmAllow1x(Call &call)
 
 } // namespace
 
-const Package *packageFind(const std::string &id)
-{
+const Package *packageFind(const std::string &id) {
     for (const Package &package : sim().device.packages)
         if (package.id == id)
             return &package;
     return nullptr;
 }
 
-void packageInstalled(const Package &package)
-{
+void packageInstalled(const Package &package) {
     for (Package &known : sim().device.packages)
         if (known.id == package.id) {
             known = package;
@@ -233,36 +224,34 @@ void packageInstalled(const Package &package)
     sim().device.packages.push_back(package);
 }
 
-bool packageRemove(const std::string &id)
-{
+bool packageRemove(const std::string &id) {
     return std::erase_if(sim().device.packages, [&](const Package &p) { return p.id == id; }) > 0;
 }
 
-std::string packagesJson()
-{
+std::string packagesJson() {
     std::string out = "[";
     for (const Package &package : sim().device.packages) {
         if (out.size() > 1)
             out += ',';
         out += "{\"id\":" + jsonQuote(package.id) + ",\"version\":" + jsonQuote(package.version) +
-               ",\"title\":" + jsonQuote(package.title) + ",\"userInstalled\":" +
-               (package.userInstalled ? "true" : "false") + ",\"icon\":\"" +
+               ",\"title\":" + jsonQuote(package.title) +
+               ",\"userInstalled\":" + (package.userInstalled ? "true" : "false") + ",\"icon\":\"" +
                jsonEscapeSlashes(package.icon) + "\"}";
     }
     return out + "]";
 }
 
-size_t connectivityInject(const std::string &statusObject)
-{
+size_t connectivityInject(const std::string &statusObject) {
     sim().device.connectivity = statusObject;
     recordEvent("connectivity", "\"status\":" + statusObject);
     return publish("connectionmanager", connectivityReply());
 }
 
-void defineDeviceServices()
-{
+void defineDeviceServices() {
     serviceDefine("com.velto.applicationManager", "/",
-                  {{"launch", amLaunch}, {"running", amRunning}, {"close", amClose},
+                  {{"launch", amLaunch},
+                   {"running", amRunning},
+                   {"close", amClose},
                    {"listPackages", amListPackages}});
     serviceDefine("com.velto.systemservice", "/",
                   {{"getPreferences", ssGetPreferences}, {"setPreferences", ssSetPreferences}});

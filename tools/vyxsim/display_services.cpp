@@ -20,7 +20,7 @@ struct Activity {
     long id;
     std::string name;
     std::string triggerMethod;
-    std::string where;          // JSON text of the clause, empty when there is none
+    std::string where; // JSON text of the clause, empty when there is none
     std::string callbackMethod;
     std::string callbackParams; // JSON object text
 };
@@ -28,15 +28,14 @@ struct Activity {
 std::vector<Activity> s_activities;
 long s_nextActivityId = 1;
 
-std::string statusReply()
-{
+std::string statusReply() {
     const std::string &status = sim().device.display;
-    return jsonJoinMembers("\"returnValue\":true", std::string_view(status).substr(1, status.size() - 2));
+    return jsonJoinMembers("\"returnValue\":true",
+                           std::string_view(status).substr(1, status.size() - 2));
 }
 
 // Compares like the platform's activity filters: texts for = and !=, numbers for the others.
-bool clauseHolds(const JsonNode *clause, const JsonNode *status)
-{
+bool clauseHolds(const JsonNode *clause, const JsonNode *status) {
     if (!clause || clause->type != JSON_OBJECT)
         return false;
     std::string prop = jsonText(jsonMember(clause, "prop"));
@@ -72,8 +71,7 @@ bool clauseHolds(const JsonNode *clause, const JsonNode *status)
 }
 
 // A clause, or an array of clauses that must all hold.
-bool whereHolds(const std::string &where, const JsonNode *status)
-{
+bool whereHolds(const std::string &where, const JsonNode *status) {
     if (where.empty())
         return true;
     JsonTree tree = jsonParse(where.c_str());
@@ -87,8 +85,7 @@ bool whereHolds(const std::string &where, const JsonNode *status)
     return true;
 }
 
-bool callbackReplyCB(BusHandle *, BusMessage *reply, void *context)
-{
+bool callbackReplyCB(BusHandle *, BusMessage *reply, void *context) {
     long id = static_cast<long>(reinterpret_cast<intptr_t>(context));
     const char *payload = KSMessageGetPayload(reply);
     recordEvent("activity", "\"action\":\"replied\",\"activityId\":" + std::to_string(id) +
@@ -96,22 +93,24 @@ bool callbackReplyCB(BusHandle *, BusMessage *reply, void *context)
     return true;
 }
 
-void fire(const Activity &activity, const std::string &trigger)
-{
-    std::string params = activity.callbackParams.size() > 2
-                             ? std::string(activity.callbackParams.substr(1, activity.callbackParams.size() - 2))
-                             : std::string();
+void fire(const Activity &activity, const std::string &trigger) {
+    std::string params =
+        activity.callbackParams.size() > 2
+            ? std::string(activity.callbackParams.substr(1, activity.callbackParams.size() - 2))
+            : std::string();
     std::string payload = jsonJoinMembers(
-        params, "\"$activity\":{\"activityId\":" + std::to_string(activity.id) + ",\"name\":" +
-                    jsonQuote(activity.name) + ",\"trigger\":" + trigger + "}");
+        params, "\"$activity\":{\"activityId\":" + std::to_string(activity.id) +
+                    ",\"name\":" + jsonQuote(activity.name) + ",\"trigger\":" + trigger + "}");
     BusError error;
     KSErrorInit(&error);
     BusToken token = 0;
-    bool sent = KSCall(outgoingHandle(), activity.callbackMethod.c_str(), payload.c_str(), callbackReplyCB,
-                       reinterpret_cast<void *>(static_cast<intptr_t>(activity.id)), &token, &error);
+    bool sent =
+        KSCall(outgoingHandle(), activity.callbackMethod.c_str(), payload.c_str(), callbackReplyCB,
+               reinterpret_cast<void *>(static_cast<intptr_t>(activity.id)), &token, &error);
     recordEvent("activity", "\"action\":\"fired\",\"activityId\":" + std::to_string(activity.id) +
-                                ",\"name\":" + jsonQuote(activity.name) + ",\"method\":" +
-                                jsonQuote(activity.callbackMethod) + ",\"payload\":" + jsonQuote(payload) +
+                                ",\"name\":" + jsonQuote(activity.name) +
+                                ",\"method\":" + jsonQuote(activity.callbackMethod) +
+                                ",\"payload\":" + jsonQuote(payload) +
                                 ",\"sent\":" + (sent ? "true" : "false"));
     if (!sent)
         g_printerr("vyxsim: activity %s: call failed: %s\n", activity.name.c_str(),
@@ -119,8 +118,7 @@ void fire(const Activity &activity, const std::string &trigger)
     KSErrorFree(&error);
 }
 
-void acCreate(Call &call)
-{
+void acCreate(Call &call) {
     JsonTree tree = jsonParseLenient(call.payload);
     const JsonNode *activity = jsonMember(tree.get(), "activity");
     std::string name = jsonText(jsonMember(activity, "name"));
@@ -139,15 +137,16 @@ void acCreate(Call &call)
                      where ? json_write(where) : std::string(),
                      callbackMethod,
                      params && params->type == JSON_OBJECT ? json_write(params) : "{}"};
-    bool replaced = std::erase_if(s_activities, [&](const Activity &a) { return a.name == name; }) > 0;
+    bool replaced =
+        std::erase_if(s_activities, [&](const Activity &a) { return a.name == name; }) > 0;
     s_activities.push_back(created);
     recordEvent("activity", "\"action\":\"created\",\"activityId\":" + std::to_string(created.id) +
-                                ",\"name\":" + jsonQuote(name) + ",\"replaced\":" + (replaced ? "true" : "false"));
+                                ",\"name\":" + jsonQuote(name) +
+                                ",\"replaced\":" + (replaced ? "true" : "false"));
     call.reply("{\"returnValue\":true,\"activityId\":" + std::to_string(created.id) + "}");
 }
 
-void acCancel(Call &call)
-{
+void acCancel(Call &call) {
     std::string name = jsonText(jsonMember(call.json.get(), "name"));
     std::string id = jsonText(jsonMember(call.json.get(), "activityId"));
     size_t removed = std::erase_if(s_activities, [&](const Activity &a) {
@@ -160,8 +159,7 @@ void acCancel(Call &call)
     call.ok();
 }
 
-void dsStatus(Call &call)
-{
+void dsStatus(Call &call) {
     if (endSubscription(call, "display"))
         return;
     call.reply(statusReply());
@@ -171,8 +169,7 @@ void dsStatus(Call &call)
 
 } // namespace
 
-size_t displayInject(const std::string &statusObject)
-{
+size_t displayInject(const std::string &statusObject) {
     sim().device.display = statusObject;
     std::string trigger = statusReply();
     recordEvent("display", "\"status\":" + statusObject);
@@ -191,21 +188,20 @@ size_t displayInject(const std::string &statusObject)
     return told + due.size();
 }
 
-std::string activitiesJson()
-{
+std::string activitiesJson() {
     std::string out = "[";
     for (const Activity &a : s_activities) {
         if (out.size() > 1)
             out += ',';
         out += "{\"activityId\":" + std::to_string(a.id) + ",\"name\":" + jsonQuote(a.name) +
-               ",\"trigger\":" + jsonQuote(a.triggerMethod) + ",\"where\":" + (a.where.empty() ? "null" : a.where) +
+               ",\"trigger\":" + jsonQuote(a.triggerMethod) +
+               ",\"where\":" + (a.where.empty() ? "null" : a.where) +
                ",\"callback\":" + jsonQuote(a.callbackMethod) + "}";
     }
     return out + "]";
 }
 
-void defineDisplayServices()
-{
+void defineDisplayServices() {
     serviceDefine("com.velto.activitymanager", "/", {{"create", acCreate}, {"cancel", acCancel}});
     serviceDefine("com.velto.display", "/control", {{"status", dsStatus}});
 }

@@ -34,30 +34,27 @@ struct Install {
 std::list<Install> s_installs;
 long s_nextTicket = 1;
 
-std::string entryJson(const Install &install)
-{
+std::string entryJson(const Install &install) {
     return "{\"id\":" + jsonQuote(install.id) + ",\"ticket\":" + std::to_string(install.ticket) +
-           ",\"details\":{\"state\":" + jsonQuote(install.state) + ",\"progress\":" +
-           std::to_string(install.progress) + "}}";
+           ",\"details\":{\"state\":" + jsonQuote(install.state) +
+           ",\"progress\":" + std::to_string(install.progress) + "}}";
 }
 
-std::string listReply()
-{
+std::string listReply() {
     std::string apps;
     for (const Install &install : s_installs)
         appendItem(apps, entryJson(install));
     return "{\"returnValue\":true,\"status\":{\"apps\":[" + apps + "]}}";
 }
 
-std::string singleReply(const Install &install)
-{
-    return "{\"returnValue\":true,\"id\":" + jsonQuote(install.id) + ",\"ticket\":" + std::to_string(install.ticket) +
-           ",\"details\":{\"state\":" + jsonQuote(install.state) + ",\"progress\":" +
-           std::to_string(install.progress) + "}}";
+std::string singleReply(const Install &install) {
+    return "{\"returnValue\":true,\"id\":" + jsonQuote(install.id) +
+           ",\"ticket\":" + std::to_string(install.ticket) +
+           ",\"details\":{\"state\":" + jsonQuote(install.state) +
+           ",\"progress\":" + std::to_string(install.progress) + "}}";
 }
 
-Install *findInstall(const std::string &id)
-{
+Install *findInstall(const std::string &id) {
     for (Install &install : s_installs)
         if (install.id == id)
             return &install;
@@ -66,8 +63,7 @@ Install *findInstall(const std::string &id)
 
 // Without an id the single form answers for the oldest install that is running or whose outcome
 // was not reported yet, so a poller sees every outcome.
-std::string singleReplyNext()
-{
+std::string singleReplyNext() {
     for (Install &install : s_installs)
         if (!install.finished || !install.finalReported) {
             install.finalReported = install.finished;
@@ -78,11 +74,11 @@ std::string singleReplyNext()
     return "{\"returnValue\":true,\"status\":{\"apps\":[]}}";
 }
 
-void changed(Install &install)
-{
-    recordEvent("install", "\"id\":" + jsonQuote(install.id) + ",\"ticket\":" + std::to_string(install.ticket) +
-                               ",\"state\":" + jsonQuote(install.state) + ",\"progress\":" +
-                               std::to_string(install.progress));
+void changed(Install &install) {
+    recordEvent("install", "\"id\":" + jsonQuote(install.id) +
+                               ",\"ticket\":" + std::to_string(install.ticket) +
+                               ",\"state\":" + jsonQuote(install.state) +
+                               ",\"progress\":" + std::to_string(install.progress));
     publishEach("install", [&](const Subscriber &who) {
         if (who.filter.empty())
             return listReply();
@@ -90,24 +86,22 @@ void changed(Install &install)
     });
 }
 
-unsigned tickMs(const Install &install)
-{
-    unsigned duration = install.behaviour.durationMs ? install.behaviour.durationMs : sim().device.installDurationMs;
+unsigned tickMs(const Install &install) {
+    unsigned duration = install.behaviour.durationMs ? install.behaviour.durationMs
+                                                     : sim().device.installDurationMs;
     if (install.removal)
         duration /= 3;
     unsigned ticks = install.removal ? 1 : DOWNLOAD_STEPS + 1;
     return std::max(20u, duration / ticks);
 }
 
-void finish(Install &install, const char *state)
-{
+void finish(Install &install, const char *state) {
     install.state = state;
     install.finished = true;
     install.timer = 0;
 }
 
-void completeInstall(Install &install)
-{
+void completeInstall(Install &install) {
     Package package;
     package.id = install.id;
     package.version = install.version;
@@ -117,13 +111,13 @@ void completeInstall(Install &install)
     packageInstalled(package);
 }
 
-gboolean tick(gpointer data)
-{
+gboolean tick(gpointer data) {
     Install &install = *static_cast<Install *>(data);
     if (install.removal) {
         finish(install, "removed");
         packageRemove(install.id);
-        std::erase_if(sim().device.running, [&](const RunningApp &r) { return r.id == install.id; });
+        std::erase_if(sim().device.running,
+                      [&](const RunningApp &r) { return r.id == install.id; });
         changed(install);
         return G_SOURCE_REMOVE;
     }
@@ -131,7 +125,8 @@ gboolean tick(gpointer data)
     bool stops = b.outcome == InstallOutcome::Failed || b.outcome == InstallOutcome::Canceled;
     if (install.state == "installing") {
         if (stops) {
-            finish(install, b.outcome == InstallOutcome::Failed ? "install failed" : "install canceled");
+            finish(install,
+                   b.outcome == InstallOutcome::Failed ? "install failed" : "install canceled");
         } else {
             finish(install, "installed");
             completeInstall(install);
@@ -143,7 +138,8 @@ gboolean tick(gpointer data)
     install.progress = std::min(100u, static_cast<unsigned>(install.step * 100 / DOWNLOAD_STEPS));
     if (stops && b.failAt < 100 && install.progress >= b.failAt) {
         install.progress = b.failAt;
-        finish(install, b.outcome == InstallOutcome::Failed ? "download failed" : "download canceled");
+        finish(install,
+               b.outcome == InstallOutcome::Failed ? "download failed" : "download canceled");
         changed(install);
         return G_SOURCE_REMOVE;
     }
@@ -153,8 +149,7 @@ gboolean tick(gpointer data)
     return G_SOURCE_CONTINUE;
 }
 
-Install &start(const std::string &id, bool removal)
-{
+Install &start(const std::string &id, bool removal) {
     if (Install *old = findInstall(id)) {
         if (old->timer)
             g_source_remove(old->timer);
@@ -172,15 +167,13 @@ Install &start(const std::string &id, bool removal)
     return install;
 }
 
-bool busy(const std::string &id)
-{
+bool busy(const std::string &id) {
     const Install *install = findInstall(id);
     return install && !install->finished;
 }
 
 // The request arrives as the store client writes it: a single-quoted object.
-void isInstall(Call &call)
-{
+void isInstall(Call &call) {
     JsonTree request = jsonParseLenient(call.payload);
     std::string id = jsonText(jsonMember(request.get(), "id"));
     if (!request || id.empty()) {
@@ -188,8 +181,10 @@ void isInstall(Call &call)
         return;
     }
     auto behaviour = sim().device.installs.find(id);
-    if (behaviour != sim().device.installs.end() && behaviour->second.outcome == InstallOutcome::Refused) {
-        recordEvent("install", "\"id\":" + jsonQuote(id) + ",\"ticket\":0,\"state\":\"refused\",\"progress\":0");
+    if (behaviour != sim().device.installs.end() &&
+        behaviour->second.outcome == InstallOutcome::Refused) {
+        recordEvent("install", "\"id\":" + jsonQuote(id) +
+                                   ",\"ticket\":0,\"state\":\"refused\",\"progress\":0");
         call.fail("Install of " + id + " refused");
         return;
     }
@@ -211,8 +206,7 @@ void isInstall(Call &call)
     changed(install);
 }
 
-void isRemove(Call &call)
-{
+void isRemove(Call &call) {
     std::string id = jsonText(jsonMember(call.json.get(), "id"));
     if (id.empty()) {
         call.fail("Missing id");
@@ -224,7 +218,8 @@ void isRemove(Call &call)
         return;
     }
     // Only what lives in the user application area can go; the system image stays.
-    if (!package->userInstalled && !g_str_has_prefix(package->icon.c_str(), "/media/cryptofs/apps/")) {
+    if (!package->userInstalled &&
+        !g_str_has_prefix(package->icon.c_str(), "/media/cryptofs/apps/")) {
         call.fail("Package " + id + " is part of the system");
         return;
     }
@@ -237,8 +232,7 @@ void isRemove(Call &call)
     changed(removal);
 }
 
-void isStatus(Call &call)
-{
+void isStatus(Call &call) {
     const JsonNode *root = call.json.get();
     const JsonNode *subscribe = jsonMember(root, "subscribe");
     std::string id = jsonText(jsonMember(root, "id"));
@@ -266,22 +260,22 @@ void isStatus(Call &call)
 
 } // namespace
 
-std::string installsJson()
-{
+std::string installsJson() {
     std::string out = "[";
     for (const Install &install : s_installs) {
         if (out.size() > 1)
             out += ',';
-        out += "{\"id\":" + jsonQuote(install.id) + ",\"ticket\":" + std::to_string(install.ticket) +
-               ",\"removal\":" + (install.removal ? "true" : "false") + ",\"state\":" + jsonQuote(install.state) +
+        out += "{\"id\":" + jsonQuote(install.id) +
+               ",\"ticket\":" + std::to_string(install.ticket) +
+               ",\"removal\":" + (install.removal ? "true" : "false") +
+               ",\"state\":" + jsonQuote(install.state) +
                ",\"progress\":" + std::to_string(install.progress) +
                ",\"finished\":" + (install.finished ? "true" : "false") + "}";
     }
     return out + "]";
 }
 
-void defineInstallService()
-{
+void defineInstallService() {
     serviceDefine("com.velto.appInstallService", "/",
                   {{"install", isInstall}, {"remove", isRemove}, {"status", isStatus}});
 }

@@ -28,8 +28,7 @@ struct Options {
     const char *scenario = nullptr;
 };
 
-bool parseArgs(int argc, char **argv, Options &options)
-{
+bool parseArgs(int argc, char **argv, Options &options) {
     for (int i = 1; i < argc; ++i) {
         const char *arg = argv[i];
         auto value = [&]() -> const char * { return i + 1 < argc ? argv[++i] : nullptr; };
@@ -59,17 +58,17 @@ bool parseArgs(int argc, char **argv, Options &options)
 
 // The scenario's files (configuration, role file) belong to the device, so they only ever go
 // below a root, never onto the host itself.
-bool writeFiles(const char *root, std::string &error)
-{
+bool writeFiles(const char *root, std::string &error) {
     for (const auto &[path, content] : sim().device.files) {
         std::string target = std::string(root) + path;
         gchar *dir = g_path_get_dirname(target.c_str());
         int made = g_mkdir_with_parents(dir, 0755);
         g_free(dir);
         GError *writeError = nullptr;
-        if (made != 0 || !g_file_set_contents(target.c_str(), content.data(), static_cast<gssize>(content.size()),
-                                              &writeError)) {
-            error = "cannot write " + target + ": " + (writeError ? writeError->message : g_strerror(errno));
+        if (made != 0 || !g_file_set_contents(target.c_str(), content.data(),
+                                              static_cast<gssize>(content.size()), &writeError)) {
+            error = "cannot write " + target + ": " +
+                    (writeError ? writeError->message : g_strerror(errno));
             if (writeError)
                 g_error_free(writeError);
             return false;
@@ -78,16 +77,14 @@ bool writeFiles(const char *root, std::string &error)
     return true;
 }
 
-gboolean onSignal(gpointer loop)
-{
+gboolean onSignal(gpointer loop) {
     g_main_loop_quit(static_cast<GMainLoop *>(loop));
     return G_SOURCE_CONTINUE;
 }
 
 } // namespace
 
-int main(int argc, char **argv)
-{
+int main(int argc, char **argv) {
     Options options;
     if (!parseArgs(argc, argv, options)) {
         fputs(USAGE, stderr);
@@ -106,7 +103,8 @@ int main(int argc, char **argv)
         options.root = getenv("VYXSTAGED_ROOT");
     if (!sim().device.files.empty()) {
         if (!options.root || !*options.root) {
-            fprintf(stderr, "vyxsim: the scenario has files but no root was given (--root or VYXSTAGED_ROOT)\n");
+            fprintf(stderr, "vyxsim: the scenario has files but no root was given (--root or "
+                            "VYXSTAGED_ROOT)\n");
             return 2;
         }
         if (!writeFiles(options.root, error)) {
@@ -134,7 +132,8 @@ int main(int argc, char **argv)
         fprintf(stderr, "vyxsim: %s\n", error.c_str());
         status = 3;
     } else {
-        printf("vyxsim: ready, scenario \"%s\", store %s\n", sim().device.name.c_str(), sim().storeUrl.c_str());
+        printf("vyxsim: ready, scenario \"%s\", store %s\n", sim().device.name.c_str(),
+               sim().storeUrl.c_str());
         fflush(stdout);
         g_main_loop_run(loop);
     }

@@ -22,16 +22,14 @@ long s_seq = 0;
 FILE *s_log = nullptr;
 gint64 s_start = g_get_monotonic_time();
 
-std::string header(const char *kind, long seq)
-{
+std::string header(const char *kind, long seq) {
     char buf[96];
     snprintf(buf, sizeof buf, "\"kind\":\"%s\",\"seq\":%ld,\"time\":%.3f", kind, seq, simClock());
     return buf;
 }
 
 // Payloads may be anything a caller sent; bus texts are UTF-8 but HTTP bodies need not be.
-std::string validText(const char *text)
-{
+std::string validText(const char *text) {
     if (!text)
         return {};
     if (g_utf8_validate(text, -1, nullptr))
@@ -44,10 +42,11 @@ std::string validText(const char *text)
 
 } // namespace
 
-double simClock() { return static_cast<double>(g_get_monotonic_time() - s_start) / 1e6; }
+double simClock() {
+    return static_cast<double>(g_get_monotonic_time() - s_start) / 1e6;
+}
 
-bool recordsOpenLog(const char *path, std::string &error)
-{
+bool recordsOpenLog(const char *path, std::string &error) {
     s_log = fopen(path, "a");
     if (!s_log) {
         error = std::string("cannot open the call log ") + path + ": " + g_strerror(errno);
@@ -56,16 +55,14 @@ bool recordsOpenLog(const char *path, std::string &error)
     return true;
 }
 
-void recordsClose()
-{
+void recordsClose() {
     if (s_log)
         fclose(s_log);
     s_log = nullptr;
 }
 
 void recordCall(const char *service, const char *category, const char *method, const char *sender,
-                const char *payload)
-{
+                const char *payload) {
     long seq = ++s_seq;
     std::string json = "{";
     json += header("call", seq);
@@ -82,22 +79,22 @@ void recordCall(const char *service, const char *category, const char *method, c
     }
     s_records.push_back(Record{seq, "call", json});
     publishEach("sim/watch", [&](const Subscriber &who) {
-        return recordsWatchWants(who.filter, "call") ? "{\"returnValue\":true," + json.substr(1) : std::string();
+        return recordsWatchWants(who.filter, "call") ? "{\"returnValue\":true," + json.substr(1)
+                                                     : std::string();
     });
 }
 
-void recordEvent(const char *kind, const std::string &members)
-{
+void recordEvent(const char *kind, const std::string &members) {
     long seq = ++s_seq;
     std::string json = jsonJoinMembers(header(kind, seq), members);
     s_records.push_back(Record{seq, kind, json});
     publishEach("sim/watch", [&](const Subscriber &who) {
-        return recordsWatchWants(who.filter, kind) ? "{\"returnValue\":true," + json.substr(1) : std::string();
+        return recordsWatchWants(who.filter, kind) ? "{\"returnValue\":true," + json.substr(1)
+                                                   : std::string();
     });
 }
 
-std::string recordsReply(const std::string &kind, long since)
-{
+std::string recordsReply(const std::string &kind, long since) {
     std::string out = "{\"returnValue\":true,\"records\":[";
     bool first = true;
     for (const Record &record : s_records) {
@@ -111,8 +108,7 @@ std::string recordsReply(const std::string &kind, long since)
     return out + "]}";
 }
 
-bool recordsWatchWants(const std::string &filter, const char *kind)
-{
+bool recordsWatchWants(const std::string &filter, const char *kind) {
     if (filter.empty())
         return strcmp(kind, "call") != 0;
     gchar **kinds = g_strsplit(filter.c_str(), ";", -1);

@@ -16,34 +16,41 @@ struct ScenarioError {
     std::string message;
 };
 
-[[noreturn]] void fail(const std::string &where, const std::string &what)
-{
+[[noreturn]] void fail(const std::string &where, const std::string &what) {
     throw ScenarioError{where + ": " + what};
 }
 
-const char *typeName(const JsonNode *value)
-{
+const char *typeName(const JsonNode *value) {
     if (!value)
         return "nothing";
     switch (value->type) {
-    case JSON_STRING: return "a string";
-    case JSON_NUMBER: return "a number";
-    case JSON_OBJECT: return "an object";
-    case JSON_ARRAY: return "an array";
+    case JSON_STRING:
+        return "a string";
+    case JSON_NUMBER:
+        return "a number";
+    case JSON_OBJECT:
+        return "an object";
+    case JSON_ARRAY:
+        return "an array";
     case JSON_TRUE:
-    case JSON_FALSE: return "a boolean";
-    case JSON_NULL: return "null";
+    case JSON_FALSE:
+        return "a boolean";
+    case JSON_NULL:
+        return "null";
     }
     return "something unknown";
 }
 
-std::string at(const std::string &path, const char *key) { return path.empty() ? key : path + "." + key; }
-std::string at(const std::string &path, size_t index) { return path + "[" + std::to_string(index) + "]"; }
+std::string at(const std::string &path, const char *key) {
+    return path.empty() ? key : path + "." + key;
+}
+std::string at(const std::string &path, size_t index) {
+    return path + "[" + std::to_string(index) + "]";
+}
 
 // Every member known, none twice: a typo in a scenario must not silently fall back to a default.
 void onlyMembers(const JsonNode *object, const std::string &where,
-                 std::initializer_list<const char *> known)
-{
+                 std::initializer_list<const char *> known) {
     std::set<std::string> seen;
     for (const JsonNode *label = object->child; label; label = label->next) {
         std::string key = label->text ? label->text : "";
@@ -63,29 +70,25 @@ void onlyMembers(const JsonNode *object, const std::string &where,
     }
 }
 
-const JsonNode *objectAt(const JsonNode *value, const std::string &where)
-{
+const JsonNode *objectAt(const JsonNode *value, const std::string &where) {
     if (!value || value->type != JSON_OBJECT)
         fail(where, std::string("expected an object, found ") + typeName(value));
     return value;
 }
 
-const JsonNode *arrayAt(const JsonNode *value, const std::string &where)
-{
+const JsonNode *arrayAt(const JsonNode *value, const std::string &where) {
     if (!value || value->type != JSON_ARRAY)
         fail(where, std::string("expected an array, found ") + typeName(value));
     return value;
 }
 
-std::string textAt(const JsonNode *value, const std::string &where)
-{
+std::string textAt(const JsonNode *value, const std::string &where) {
     if (!value || value->type != JSON_STRING)
         fail(where, std::string("expected a string, found ") + typeName(value));
     return jsonUnescape(value->text ? value->text : "");
 }
 
-void checkId(const std::string &id, const std::string &where)
-{
+void checkId(const std::string &id, const std::string &where) {
     if (id.empty())
         fail(where, "must not be empty");
     for (unsigned char c : id)
@@ -93,22 +96,19 @@ void checkId(const std::string &id, const std::string &where)
             fail(where, "\"" + id + "\" is not a usable package id");
 }
 
-std::string idAt(const JsonNode *value, const std::string &where)
-{
+std::string idAt(const JsonNode *value, const std::string &where) {
     std::string id = textAt(value, where);
     checkId(id, where);
     return id;
 }
 
-bool boolAt(const JsonNode *value, const std::string &where)
-{
+bool boolAt(const JsonNode *value, const std::string &where) {
     if (!value || (value->type != JSON_TRUE && value->type != JSON_FALSE))
         fail(where, std::string("expected true or false, found ") + typeName(value));
     return value->type == JSON_TRUE;
 }
 
-long long integerAt(const JsonNode *value, const std::string &where, long long min, long long max)
-{
+long long integerAt(const JsonNode *value, const std::string &where, long long min, long long max) {
     if (!value || value->type != JSON_NUMBER || !value->text)
         fail(where, std::string("expected a whole number, found ") + typeName(value));
     char *end = nullptr;
@@ -122,19 +122,18 @@ long long integerAt(const JsonNode *value, const std::string &where, long long m
     return number;
 }
 
-std::optional<std::string> optionalTextAt(const JsonNode *value, const std::string &where)
-{
+std::optional<std::string> optionalTextAt(const JsonNode *value, const std::string &where) {
     if (value && value->type == JSON_NULL)
         return std::nullopt;
     return textAt(value, where);
 }
 
-void readPackages(const JsonNode *array, const std::string &where, Scenario &scenario)
-{
+void readPackages(const JsonNode *array, const std::string &where, Scenario &scenario) {
     size_t index = 0;
     std::set<std::string> ids;
     scenario.packages.clear();
-    for (const JsonNode *element = arrayAt(array, where)->child; element; element = element->next, ++index) {
+    for (const JsonNode *element = arrayAt(array, where)->child; element;
+         element = element->next, ++index) {
         std::string here = at(where, index);
         objectAt(element, here);
         onlyMembers(element, here, {"id", "version", "title", "userInstalled", "icon"});
@@ -150,18 +149,19 @@ void readPackages(const JsonNode *array, const std::string &where, Scenario &sce
         package.userInstalled = user ? boolAt(user, at(here, "userInstalled")) : false;
         const JsonNode *icon = jsonMember(element, "icon");
         package.icon = icon ? textAt(icon, at(here, "icon"))
-                            : package.userInstalled ? userIconPath(package.id)
-                                                    : "/usr/velto/applications/" + package.id + "/icon.png";
+                       : package.userInstalled
+                           ? userIconPath(package.id)
+                           : "/usr/velto/applications/" + package.id + "/icon.png";
         scenario.packages.push_back(package);
     }
 }
 
-void readRunning(const JsonNode *array, const std::string &where, Scenario &scenario)
-{
+void readRunning(const JsonNode *array, const std::string &where, Scenario &scenario) {
     size_t index = 0;
     int nextId = 700;
     scenario.running.clear();
-    for (const JsonNode *element = arrayAt(array, where)->child; element; element = element->next, ++index) {
+    for (const JsonNode *element = arrayAt(array, where)->child; element;
+         element = element->next, ++index) {
         std::string here = at(where, index);
         RunningApp app;
         if (element->type == JSON_STRING) {
@@ -172,8 +172,8 @@ void readRunning(const JsonNode *array, const std::string &where, Scenario &scen
             onlyMembers(element, here, {"id", "processId"});
             app.id = idAt(jsonMember(element, "id"), at(here, "id"));
             const JsonNode *pid = jsonMember(element, "processId");
-            app.processId = pid ? static_cast<int>(integerAt(pid, at(here, "processId"), 1, 999999))
-                                : nextId++;
+            app.processId =
+                pid ? static_cast<int>(integerAt(pid, at(here, "processId"), 1, 999999)) : nextId++;
         }
         for (const RunningApp &other : scenario.running)
             if (other.processId == app.processId)
@@ -182,15 +182,14 @@ void readRunning(const JsonNode *array, const std::string &where, Scenario &scen
     }
 }
 
-std::string localeText(const JsonNode *value, const std::string &where)
-{
+std::string localeText(const JsonNode *value, const std::string &where) {
     if (value && value->type == JSON_STRING) {
         std::string text = textAt(value, where);
         size_t split = text.find('_');
         if (split == std::string::npos || split == 0 || split + 1 == text.size())
             fail(where, "expected language_country such as \"en_us\", found \"" + text + "\"");
-        return "{\"languageCode\":\"" + jsonEscape(text.substr(0, split)) + "\",\"countryCode\":\"" +
-               jsonEscape(text.substr(split + 1)) + "\"}";
+        return "{\"languageCode\":\"" + jsonEscape(text.substr(0, split)) +
+               "\",\"countryCode\":\"" + jsonEscape(text.substr(split + 1)) + "\"}";
     }
     objectAt(value, where);
     onlyMembers(value, where, {"languageCode", "countryCode"});
@@ -199,8 +198,7 @@ std::string localeText(const JsonNode *value, const std::string &where)
     return json_write(value);
 }
 
-void setPreference(Scenario &scenario, const std::string &key, const std::string &value)
-{
+void setPreference(Scenario &scenario, const std::string &key, const std::string &value) {
     for (auto &entry : scenario.preferences)
         if (entry.first == key) {
             entry.second = value;
@@ -209,14 +207,15 @@ void setPreference(Scenario &scenario, const std::string &key, const std::string
     scenario.preferences.emplace_back(key, value);
 }
 
-void readDevice(const JsonNode *device, const std::string &where, Scenario &scenario)
-{
+void readDevice(const JsonNode *device, const std::string &where, Scenario &scenario) {
     objectAt(device, where);
-    onlyMembers(device, where, {"preferences", "locale", "installed", "running", "account", "carrier",
-                                "machineName", "deviceId", "connectivity", "display"});
+    onlyMembers(device, where,
+                {"preferences", "locale", "installed", "running", "account", "carrier",
+                 "machineName", "deviceId", "connectivity", "display"});
     if (const JsonNode *prefs = jsonMember(device, "preferences")) {
         objectAt(prefs, at(where, "preferences"));
-        onlyMembers(prefs, at(where, "preferences"), {"vyxStageRunning", "vyxStageDetails", "locale"});
+        onlyMembers(prefs, at(where, "preferences"),
+                    {"vyxStageRunning", "vyxStageDetails", "locale"});
         for (const JsonNode *label = prefs->child; label; label = label->next)
             setPreference(scenario, jsonUnescape(label->text), json_write(label->child));
     }
@@ -226,7 +225,8 @@ void readDevice(const JsonNode *device, const std::string &where, Scenario &scen
         readPackages(installed, at(where, "installed"), scenario);
     if (const JsonNode *running = jsonMember(device, "running"))
         readRunning(running, at(where, "running"), scenario);
-    if (const JsonNode *account = jsonMember(device, "account"); account && account->type != JSON_NULL) {
+    if (const JsonNode *account = jsonMember(device, "account");
+        account && account->type != JSON_NULL) {
         std::string here = at(where, "account");
         objectAt(account, here);
         onlyMembers(account, here, {"token", "alias", "state", "uniqueId"});
@@ -257,8 +257,7 @@ void readDevice(const JsonNode *device, const std::string &where, Scenario &scen
     }
 }
 
-void readStore(const JsonNode *store, const std::string &where, Scenario &scenario)
-{
+void readStore(const JsonNode *store, const std::string &where, Scenario &scenario) {
     objectAt(store, where);
     onlyMembers(store, where, {"port", "path", "catalogue", "profile"});
     if (const JsonNode *port = jsonMember(store, "port"))
@@ -274,11 +273,13 @@ void readStore(const JsonNode *store, const std::string &where, Scenario &scenar
         size_t index = 0;
         std::set<std::string> ids;
         scenario.catalogue.clear();
-        for (const JsonNode *item = arrayAt(catalogue, list)->child; item; item = item->next, ++index) {
+        for (const JsonNode *item = arrayAt(catalogue, list)->child; item;
+             item = item->next, ++index) {
             std::string here = at(list, index);
             objectAt(item, here);
-            onlyMembers(item, here, {"id", "version", "title", "size", "catalogId", "vendorId",
-                                     "homeURL", "location", "icon"});
+            onlyMembers(item, here,
+                        {"id", "version", "title", "size", "catalogId", "vendorId", "homeURL",
+                         "location", "icon"});
             CatalogueEntry entry;
             entry.id = idAt(jsonMember(item, "id"), at(here, "id"));
             if (!ids.insert(entry.id).second)
@@ -311,8 +312,7 @@ void readStore(const JsonNode *store, const std::string &where, Scenario &scenar
     }
 }
 
-void readBehaviour(const JsonNode *value, const std::string &where, InstallBehaviour &behaviour)
-{
+void readBehaviour(const JsonNode *value, const std::string &where, InstallBehaviour &behaviour) {
     objectAt(value, where);
     onlyMembers(value, where, {"outcome", "durationMs", "failAt", "userInstalled"});
     if (const JsonNode *outcome = jsonMember(value, "outcome")) {
@@ -326,22 +326,24 @@ void readBehaviour(const JsonNode *value, const std::string &where, InstallBehav
         else if (word == "refused")
             behaviour.outcome = InstallOutcome::Refused;
         else
-            fail(at(where, "outcome"), "\"" + word + "\" is not one of installed, failed, canceled, refused");
+            fail(at(where, "outcome"),
+                 "\"" + word + "\" is not one of installed, failed, canceled, refused");
     }
     if (const JsonNode *duration = jsonMember(value, "durationMs"))
-        behaviour.durationMs = static_cast<unsigned>(integerAt(duration, at(where, "durationMs"), 1, 600000));
+        behaviour.durationMs =
+            static_cast<unsigned>(integerAt(duration, at(where, "durationMs"), 1, 600000));
     if (const JsonNode *failAt = jsonMember(value, "failAt"))
         behaviour.failAt = static_cast<unsigned>(integerAt(failAt, at(where, "failAt"), 0, 100));
     if (const JsonNode *user = jsonMember(value, "userInstalled"))
         behaviour.userInstalled = boolAt(user, at(where, "userInstalled"));
 }
 
-void readInstallService(const JsonNode *service, const std::string &where, Scenario &scenario)
-{
+void readInstallService(const JsonNode *service, const std::string &where, Scenario &scenario) {
     objectAt(service, where);
     onlyMembers(service, where, {"durationMs", "statusForm", "packages"});
     if (const JsonNode *duration = jsonMember(service, "durationMs"))
-        scenario.installDurationMs = static_cast<unsigned>(integerAt(duration, at(where, "durationMs"), 1, 600000));
+        scenario.installDurationMs =
+            static_cast<unsigned>(integerAt(duration, at(where, "durationMs"), 1, 600000));
     if (const JsonNode *form = jsonMember(service, "statusForm")) {
         std::string word = textAt(form, at(where, "statusForm"));
         if (word != "list" && word != "single")
@@ -352,8 +354,7 @@ void readInstallService(const JsonNode *service, const std::string &where, Scena
         objectAt(packages, at(where, "packages"));
 }
 
-void readInstallPackages(const JsonNode *service, const std::string &where, Scenario &scenario)
-{
+void readInstallPackages(const JsonNode *service, const std::string &where, Scenario &scenario) {
     const JsonNode *packages = jsonMember(service, "packages");
     if (!packages)
         return;
@@ -370,13 +371,13 @@ void readInstallPackages(const JsonNode *service, const std::string &where, Scen
     }
 }
 
-void readFaults(const JsonNode *faults, const std::string &where, Faults &out)
-{
+void readFaults(const JsonNode *faults, const std::string &where, Faults &out) {
     objectAt(faults, where);
     onlyMembers(faults, where, {"notRunning", "running", "store", "storeDelayMs", "storeMethods"});
     if (const JsonNode *list = jsonMember(faults, "notRunning")) {
         size_t index = 0;
-        for (const JsonNode *item = arrayAt(list, at(where, "notRunning"))->child; item; item = item->next, ++index) {
+        for (const JsonNode *item = arrayAt(list, at(where, "notRunning"))->child; item;
+             item = item->next, ++index) {
             std::string name = textAt(item, at(at(where, "notRunning"), index));
             bool known = false;
             for (const std::string &other : out.notRunning)
@@ -387,7 +388,8 @@ void readFaults(const JsonNode *faults, const std::string &where, Faults &out)
     }
     if (const JsonNode *list = jsonMember(faults, "running")) {
         size_t index = 0;
-        for (const JsonNode *item = arrayAt(list, at(where, "running"))->child; item; item = item->next, ++index) {
+        for (const JsonNode *item = arrayAt(list, at(where, "running"))->child; item;
+             item = item->next, ++index) {
             std::string name = textAt(item, at(at(where, "running"), index));
             std::erase(out.notRunning, name);
         }
@@ -395,14 +397,17 @@ void readFaults(const JsonNode *faults, const std::string &where, Faults &out)
     if (const JsonNode *store = jsonMember(faults, "store")) {
         std::string word = textAt(store, at(where, "store"));
         if (!parseStoreFault(word, out.store))
-            fail(at(where, "store"), "\"" + word + "\" is not one of none, down, slow, http500, malformed");
+            fail(at(where, "store"),
+                 "\"" + word + "\" is not one of none, down, slow, http500, malformed");
     }
     if (const JsonNode *delay = jsonMember(faults, "storeDelayMs"))
-        out.storeDelayMs = static_cast<unsigned>(integerAt(delay, at(where, "storeDelayMs"), 0, 600000));
+        out.storeDelayMs =
+            static_cast<unsigned>(integerAt(delay, at(where, "storeDelayMs"), 0, 600000));
     if (const JsonNode *methods = jsonMember(faults, "storeMethods")) {
         out.storeMethods.clear();
         size_t index = 0;
-        for (const JsonNode *item = arrayAt(methods, at(where, "storeMethods"))->child; item; item = item->next, ++index) {
+        for (const JsonNode *item = arrayAt(methods, at(where, "storeMethods"))->child; item;
+             item = item->next, ++index) {
             std::string method = textAt(item, at(at(where, "storeMethods"), index));
             if (method != "appDetail_ext2" && method != "getUserInstalledApps_ext2")
                 fail(at(at(where, "storeMethods"), index),
@@ -412,8 +417,7 @@ void readFaults(const JsonNode *faults, const std::string &where, Faults &out)
     }
 }
 
-void readFiles(const JsonNode *files, const std::string &where, Scenario &scenario)
-{
+void readFiles(const JsonNode *files, const std::string &where, Scenario &scenario) {
     objectAt(files, where);
     scenario.files.clear();
     for (const JsonNode *label = files->child; label; label = label->next) {
@@ -434,16 +438,14 @@ void readFiles(const JsonNode *files, const std::string &where, Scenario &scenar
 
 } // namespace
 
-std::string userIconPath(const std::string &id)
-{
+std::string userIconPath(const std::string &id) {
     return "/media/cryptofs/apps/usr/velto/applications/" + id + "/icon.png";
 }
 
-bool parseStoreFault(const std::string &word, StoreFault &fault)
-{
+bool parseStoreFault(const std::string &word, StoreFault &fault) {
     static const std::pair<const char *, StoreFault> words[] = {
-        {"none", StoreFault::None},       {"down", StoreFault::Down},
-        {"slow", StoreFault::Slow},       {"http500", StoreFault::Http500},
+        {"none", StoreFault::None},           {"down", StoreFault::Down},
+        {"slow", StoreFault::Slow},           {"http500", StoreFault::Http500},
         {"malformed", StoreFault::Malformed},
     };
     for (const auto &[name, value] : words)
@@ -454,25 +456,32 @@ bool parseStoreFault(const std::string &word, StoreFault &fault)
     return false;
 }
 
-const char *storeFaultName(StoreFault fault)
-{
+const char *storeFaultName(StoreFault fault) {
     switch (fault) {
-    case StoreFault::None: return "none";
-    case StoreFault::Down: return "down";
-    case StoreFault::Slow: return "slow";
-    case StoreFault::Http500: return "http500";
-    case StoreFault::Malformed: return "malformed";
+    case StoreFault::None:
+        return "none";
+    case StoreFault::Down:
+        return "down";
+    case StoreFault::Slow:
+        return "slow";
+    case StoreFault::Http500:
+        return "http500";
+    case StoreFault::Malformed:
+        return "malformed";
     }
     return "none";
 }
 
-const char *installOutcomeName(InstallOutcome outcome)
-{
+const char *installOutcomeName(InstallOutcome outcome) {
     switch (outcome) {
-    case InstallOutcome::Installed: return "installed";
-    case InstallOutcome::Failed: return "failed";
-    case InstallOutcome::Canceled: return "canceled";
-    case InstallOutcome::Refused: return "refused";
+    case InstallOutcome::Installed:
+        return "installed";
+    case InstallOutcome::Failed:
+        return "failed";
+    case InstallOutcome::Canceled:
+        return "canceled";
+    case InstallOutcome::Refused:
+        return "refused";
     }
     return "installed";
 }
@@ -485,8 +494,8 @@ bool readScenarioFile(const std::string &path, Scenario &scenario, std::string &
 
 // A scenario may extend another one (a path relative to its own file): the base is read first,
 // then every member given here replaces the base's, lists as a whole.
-bool applyScenario(const char *text, const std::string &dir, Scenario &loaded, std::string &error, int depth)
-{
+bool applyScenario(const char *text, const std::string &dir, Scenario &loaded, std::string &error,
+                   int depth) {
     JsonTree root = jsonParse(text);
     if (!root) {
         error = "not a JSON document";
@@ -494,12 +503,14 @@ bool applyScenario(const char *text, const std::string &dir, Scenario &loaded, s
     }
     try {
         objectAt(root.get(), "scenario");
-        onlyMembers(root.get(), "", {"name", "description", "extends", "device", "store", "installService",
-                                     "faults", "files"});
+        onlyMembers(root.get(), "",
+                    {"name", "description", "extends", "device", "store", "installService",
+                     "faults", "files"});
         if (const JsonNode *base = jsonMember(root.get(), "extends")) {
             std::string file = textAt(base, "extends");
             if (depth >= MAX_EXTENDS)
-                fail("extends", "scenarios extend each other more than " + std::to_string(MAX_EXTENDS) + " deep");
+                fail("extends", "scenarios extend each other more than " +
+                                    std::to_string(MAX_EXTENDS) + " deep");
             std::string path = g_path_is_absolute(file.c_str()) ? file : dir + "/" + file;
             if (!readScenarioFile(path, loaded, error, depth + 1)) {
                 error = "extends: " + file + ": " + error;
@@ -529,8 +540,7 @@ bool applyScenario(const char *text, const std::string &dir, Scenario &loaded, s
     return true;
 }
 
-bool readScenarioFile(const std::string &path, Scenario &scenario, std::string &error, int depth)
-{
+bool readScenarioFile(const std::string &path, Scenario &scenario, std::string &error, int depth) {
     gchar *contents = nullptr;
     gsize length = 0;
     GError *readError = nullptr;
@@ -553,23 +563,22 @@ bool readScenarioFile(const std::string &path, Scenario &scenario, std::string &
     return ok;
 }
 
-Scenario defaults()
-{
+Scenario defaults() {
     Scenario scenario;
     scenario.deviceId = "SIM0000000000001";
     scenario.carrier = "ROW";
     scenario.machineName = "tarsk";
     scenario.account = Account{"SIMTOKEN0001", "demo@example.com", "ACTIVE", "U0001"};
-    scenario.connectivity = "{\"isInternetConnectionAvailable\":true,\"wifi\":{\"state\":\"connected\","
-                            "\"ssid\":\"vyxsim\"},\"wan\":{\"state\":\"connected\",\"network\":\"lte\"}}";
+    scenario.connectivity =
+        "{\"isInternetConnectionAvailable\":true,\"wifi\":{\"state\":\"connected\","
+        "\"ssid\":\"vyxsim\"},\"wan\":{\"state\":\"connected\",\"network\":\"lte\"}}";
     scenario.display = "{\"event\":\"displayOn\",\"state\":\"on\",\"dockMode\":false}";
     return scenario;
 }
 
 } // namespace
 
-bool parseScenario(const char *text, Scenario &scenario, std::string &error)
-{
+bool parseScenario(const char *text, Scenario &scenario, std::string &error) {
     Scenario loaded = defaults();
     if (!applyScenario(text, ".", loaded, error, 0))
         return false;
@@ -577,8 +586,7 @@ bool parseScenario(const char *text, Scenario &scenario, std::string &error)
     return true;
 }
 
-bool loadScenario(const char *path, Scenario &scenario, std::string &error)
-{
+bool loadScenario(const char *path, Scenario &scenario, std::string &error) {
     Scenario loaded = defaults();
     if (!readScenarioFile(path, loaded, error, 0))
         return false;
@@ -586,8 +594,7 @@ bool loadScenario(const char *path, Scenario &scenario, std::string &error)
     return true;
 }
 
-bool parseFaults(const char *text, Faults &faults, std::string &error)
-{
+bool parseFaults(const char *text, Faults &faults, std::string &error) {
     JsonTree root = jsonParse(text);
     if (!root) {
         error = "not a JSON document";
@@ -605,8 +612,7 @@ bool parseFaults(const char *text, Faults &faults, std::string &error)
 }
 
 bool parseInstallBehaviour(const char *text, std::string &id, InstallBehaviour &behaviour,
-                           std::string &error)
-{
+                           std::string &error) {
     JsonTree root = jsonParse(text);
     if (!root || root->type != JSON_OBJECT) {
         error = "expected a JSON object";
@@ -618,7 +624,8 @@ bool parseInstallBehaviour(const char *text, std::string &id, InstallBehaviour &
         std::string rest;
         for (const JsonNode *label = root->child; label; label = label->next)
             if (strcmp(label->text, "id") != 0)
-                appendItem(rest, "\"" + std::string(label->text) + "\":" + json_write(label->child));
+                appendItem(rest,
+                           "\"" + std::string(label->text) + "\":" + json_write(label->child));
         JsonTree entry = jsonParse(("{" + rest + "}").c_str());
         InstallBehaviour parsed;
         readBehaviour(entry.get(), "installService.packages." + id, parsed);

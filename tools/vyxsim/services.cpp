@@ -33,24 +33,21 @@ std::list<Kept> s_kept;
 GMainLoop *s_loop = nullptr;
 BusHandle *s_outgoing = nullptr;
 
-Service *byName(const std::string &name)
-{
+Service *byName(const std::string &name) {
     for (Service &service : s_services)
         if (service.name == name)
             return &service;
     return nullptr;
 }
 
-Service *byHandle(BusHandle *handle)
-{
+Service *byHandle(BusHandle *handle) {
     for (Service &service : s_services)
         if (service.handle == handle)
             return &service;
     return nullptr;
 }
 
-bool dispatch(BusHandle *handle, BusMessage *message, void *)
-{
+bool dispatch(BusHandle *handle, BusMessage *message, void *) {
     Service *service = byHandle(handle);
     if (!service)
         return true;
@@ -77,14 +74,12 @@ bool dispatch(BusHandle *handle, BusMessage *message, void *)
     return true;
 }
 
-void dropKept(std::list<Kept>::iterator it)
-{
+void dropKept(std::list<Kept>::iterator it) {
     KSMessageUnref(it->message);
     s_kept.erase(it);
 }
 
-bool registerService(Service &service, std::string &error)
-{
+bool registerService(Service &service, std::string &error) {
     BusError busError;
     KSErrorInit(&busError);
     bool ok = KSRegister(service.name.c_str(), &service.handle, &busError) &&
@@ -106,8 +101,7 @@ bool registerService(Service &service, std::string &error)
     return ok;
 }
 
-void unregisterService(Service &service)
-{
+void unregisterService(Service &service) {
     if (!service.handle)
         return;
     // Kept calls belong to the connection that is about to go.
@@ -126,13 +120,12 @@ void unregisterService(Service &service)
 
 } // namespace
 
-std::string failureReply(const std::string &errorText)
-{
-    return "{\"returnValue\":false,\"errorCode\":-1,\"errorText\":\"" + jsonEscape(errorText) + "\"}";
+std::string failureReply(const std::string &errorText) {
+    return "{\"returnValue\":false,\"errorCode\":-1,\"errorText\":\"" + jsonEscape(errorText) +
+           "\"}";
 }
 
-void Call::reply(const std::string &text)
-{
+void Call::reply(const std::string &text) {
     if (answered)
         return;
     answered = true;
@@ -144,16 +137,16 @@ void Call::reply(const std::string &text)
     KSErrorFree(&error);
 }
 
-void Call::fail(const std::string &errorText) { reply(failureReply(errorText)); }
+void Call::fail(const std::string &errorText) {
+    reply(failureReply(errorText));
+}
 
-void Call::keep(const std::string &topic, const std::string &filter)
-{
+void Call::keep(const std::string &topic, const std::string &filter) {
     KSMessageRef(message);
     s_kept.push_back(Kept{handle, message, topic, Subscriber{service, sender, filter}});
 }
 
-void serviceDefine(const char *name, const char *category, std::vector<MethodRow> rows)
-{
+void serviceDefine(const char *name, const char *category, std::vector<MethodRow> rows) {
     Service &service = s_services.emplace_back();
     service.name = name;
     service.category = category;
@@ -163,12 +156,13 @@ void serviceDefine(const char *name, const char *category, std::vector<MethodRow
     service.table.push_back(BusMethod{nullptr, nullptr, 0});
 }
 
-bool servicesStart(GMainLoop *loop, const std::vector<std::string> &notRunning, std::string &error)
-{
+bool servicesStart(GMainLoop *loop, const std::vector<std::string> &notRunning,
+                   std::string &error) {
     s_loop = loop;
     BusError busError;
     KSErrorInit(&busError);
-    bool ok = KSRegister(nullptr, &s_outgoing, &busError) && KSGmainAttach(s_outgoing, loop, &busError);
+    bool ok =
+        KSRegister(nullptr, &s_outgoing, &busError) && KSGmainAttach(s_outgoing, loop, &busError);
     if (!ok)
         error = std::string("cannot connect to the bus: ") +
                 (busError.message ? busError.message : "unknown error");
@@ -190,8 +184,7 @@ bool servicesStart(GMainLoop *loop, const std::vector<std::string> &notRunning, 
     return true;
 }
 
-void servicesStop()
-{
+void servicesStop() {
     for (Service &service : s_services)
         unregisterService(service);
     if (s_outgoing) {
@@ -203,8 +196,7 @@ void servicesStop()
     }
 }
 
-bool serviceSetRunning(const std::string &name, bool running, std::string &error)
-{
+bool serviceSetRunning(const std::string &name, bool running, std::string &error) {
     Service *service = byName(name);
     if (!service) {
         error = name + " is not a simulated service";
@@ -219,16 +211,16 @@ bool serviceSetRunning(const std::string &name, bool running, std::string &error
     return registerService(*service, error);
 }
 
-bool serviceIsRunning(const std::string &name)
-{
+bool serviceIsRunning(const std::string &name) {
     Service *service = byName(name);
     return service && service->handle;
 }
 
-bool serviceKnown(const std::string &name) { return byName(name) != nullptr; }
+bool serviceKnown(const std::string &name) {
+    return byName(name) != nullptr;
+}
 
-std::vector<std::string> serviceNames()
-{
+std::vector<std::string> serviceNames() {
     std::vector<std::string> names;
     for (const Service &service : s_services)
         names.push_back(service.name);
@@ -236,8 +228,7 @@ std::vector<std::string> serviceNames()
 }
 
 size_t publishEach(const std::string &topic,
-                   const std::function<std::string(const Subscriber &)> &payloadFor)
-{
+                   const std::function<std::string(const Subscriber &)> &payloadFor) {
     size_t reached = 0;
     for (auto it = s_kept.begin(); it != s_kept.end();) {
         auto next = std::next(it);
@@ -258,13 +249,11 @@ size_t publishEach(const std::string &topic,
     return reached;
 }
 
-size_t publish(const std::string &topic, const std::string &payload)
-{
+size_t publish(const std::string &topic, const std::string &payload) {
     return publishEach(topic, [&](const Subscriber &) { return payload; });
 }
 
-SubscribeRequest subscribeRequest(const Call &call)
-{
+SubscribeRequest subscribeRequest(const Call &call) {
     const JsonNode *subscribe = jsonMember(call.json.get(), "subscribe");
     if (subscribe && subscribe->type == JSON_TRUE)
         return SubscribeRequest::Subscribe;
@@ -273,8 +262,7 @@ SubscribeRequest subscribeRequest(const Call &call)
     return SubscribeRequest::None;
 }
 
-bool endSubscription(Call &call, const std::string &topic)
-{
+bool endSubscription(Call &call, const std::string &topic) {
     if (subscribeRequest(call) != SubscribeRequest::Unsubscribe)
         return false;
     unsubscribe(topic, call.sender);
@@ -282,8 +270,7 @@ bool endSubscription(Call &call, const std::string &topic)
     return true;
 }
 
-size_t unsubscribe(const std::string &topic, const std::string &sender)
-{
+size_t unsubscribe(const std::string &topic, const std::string &sender) {
     size_t dropped = 0;
     for (auto it = s_kept.begin(); it != s_kept.end();) {
         auto next = std::next(it);
@@ -296,4 +283,6 @@ size_t unsubscribe(const std::string &topic, const std::string &sender)
     return dropped;
 }
 
-BusHandle *outgoingHandle() { return s_outgoing; }
+BusHandle *outgoingHandle() {
+    return s_outgoing;
+}

@@ -5,15 +5,24 @@
 #include <cstdio>
 #include <cstring>
 
-static void appendEscaped(std::string &out, std::string_view text, bool slashes)
-{
+static void appendEscaped(std::string &out, std::string_view text, bool slashes) {
     for (unsigned char c : text) {
         switch (c) {
-        case '"': out += "\\\""; break;
-        case '\\': out += "\\\\"; break;
-        case '\n': out += "\\n"; break;
-        case '\r': out += "\\r"; break;
-        case '\t': out += "\\t"; break;
+        case '"':
+            out += "\\\"";
+            break;
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
         case '/':
             out += slashes ? "\\/" : "/";
             break;
@@ -29,16 +38,14 @@ static void appendEscaped(std::string &out, std::string_view text, bool slashes)
     }
 }
 
-std::string jsonEscape(std::string_view text)
-{
+std::string jsonEscape(std::string_view text) {
     std::string out;
     out.reserve(text.size() + 8);
     appendEscaped(out, text, false);
     return out;
 }
 
-std::string jsonQuote(std::string_view text)
-{
+std::string jsonQuote(std::string_view text) {
     std::string out;
     out.reserve(text.size() + 2);
     out += '"';
@@ -47,23 +54,20 @@ std::string jsonQuote(std::string_view text)
     return out;
 }
 
-void appendItem(std::string &list, std::string_view item, char separator)
-{
+void appendItem(std::string &list, std::string_view item, char separator) {
     if (!list.empty())
         list += separator;
     list += item;
 }
 
-std::string jsonEscapeSlashes(std::string_view text)
-{
+std::string jsonEscapeSlashes(std::string_view text) {
     std::string out;
     out.reserve(text.size() + 16);
     appendEscaped(out, text, true);
     return out;
 }
 
-static int hexValue(std::string_view raw, size_t at)
-{
+static int hexValue(std::string_view raw, size_t at) {
     if (at + 4 > raw.size())
         return -1;
     int value = 0;
@@ -76,8 +80,7 @@ static int hexValue(std::string_view raw, size_t at)
     return value;
 }
 
-std::string jsonUnescape(std::string_view raw)
-{
+std::string jsonUnescape(std::string_view raw) {
     std::string out;
     out.reserve(raw.size());
     for (size_t i = 0; i < raw.size(); ++i) {
@@ -89,15 +92,32 @@ std::string jsonUnescape(std::string_view raw)
         char e = raw[i + 1];
         const char *simple = nullptr;
         switch (e) {
-        case '"': simple = "\""; break;
-        case '\\': simple = "\\"; break;
-        case '/': simple = "/"; break;
-        case 'b': simple = "\b"; break;
-        case 'f': simple = "\f"; break;
-        case 'n': simple = "\n"; break;
-        case 'r': simple = "\r"; break;
-        case 't': simple = "\t"; break;
-        default: break;
+        case '"':
+            simple = "\"";
+            break;
+        case '\\':
+            simple = "\\";
+            break;
+        case '/':
+            simple = "/";
+            break;
+        case 'b':
+            simple = "\b";
+            break;
+        case 'f':
+            simple = "\f";
+            break;
+        case 'n':
+            simple = "\n";
+            break;
+        case 'r':
+            simple = "\r";
+            break;
+        case 't':
+            simple = "\t";
+            break;
+        default:
+            break;
         }
         if (simple) {
             out += simple;
@@ -129,49 +149,45 @@ std::string jsonUnescape(std::string_view raw)
     return out;
 }
 
-const JsonNode *jsonMember(const JsonNode *object, const char *key)
-{
+const JsonNode *jsonMember(const JsonNode *object, const char *key) {
     if (!object || object->type != JSON_OBJECT || !key)
         return nullptr;
     const JsonNode *label = json_find_first_label(object, key);
     return label ? label->child : nullptr;
 }
 
-std::string jsonText(const JsonNode *value)
-{
+std::string jsonText(const JsonNode *value) {
     if (!value || !value->text || (value->type != JSON_STRING && value->type != JSON_NUMBER))
         return {};
     return value->type == JSON_STRING ? jsonUnescape(value->text) : std::string(value->text);
 }
 
-bool jsonTruthy(const JsonNode *value)
-{
+bool jsonTruthy(const JsonNode *value) {
     if (!value)
         return false;
     if (value->type == JSON_TRUE)
         return true;
-    return value->type == JSON_STRING && value->text && g_ascii_strcasecmp(value->text, "true") == 0;
+    return value->type == JSON_STRING && value->text &&
+           g_ascii_strcasecmp(value->text, "true") == 0;
 }
 
-bool jsonReplyFailed(const JsonNode *root)
-{
+bool jsonReplyFailed(const JsonNode *root) {
     const JsonNode *value = jsonMember(root, "returnValue");
     if (!value)
         return false;
     if (value->type == JSON_FALSE)
         return true;
-    return value->type == JSON_STRING && value->text && g_ascii_strcasecmp(value->text, "false") == 0;
+    return value->type == JSON_STRING && value->text &&
+           g_ascii_strcasecmp(value->text, "false") == 0;
 }
 
-static void appendControl(std::string &out, unsigned char c)
-{
+static void appendControl(std::string &out, unsigned char c) {
     char buf[8];
     snprintf(buf, sizeof buf, "\\u%04x", c);
     out += buf;
 }
 
-std::string jsonNormalizeLenient(std::string_view text)
-{
+std::string jsonNormalizeLenient(std::string_view text) {
     std::string out;
     out.reserve(text.size() + 16);
     enum { OUTSIDE, DOUBLE, SINGLE } where = OUTSIDE;
@@ -234,8 +250,7 @@ std::string jsonNormalizeLenient(std::string_view text)
     return out;
 }
 
-JsonTree jsonParseLenient(const char *text)
-{
+JsonTree jsonParseLenient(const char *text) {
     if (!text)
         return nullptr;
     JsonTree strict = jsonParse(text);
@@ -244,8 +259,7 @@ JsonTree jsonParseLenient(const char *text)
     return jsonParse(jsonNormalizeLenient(text).c_str());
 }
 
-std::string jsonJoinMembers(std::string_view a, std::string_view b)
-{
+std::string jsonJoinMembers(std::string_view a, std::string_view b) {
     std::string out = "{";
     out += a;
     if (!a.empty() && !b.empty())

@@ -18,8 +18,7 @@ bool s_listening = false;
 
 // Request bodies are written with single quotes and unescaped values; read them leniently and
 // take the first member of that name at any depth.
-std::string findText(const JsonNode *node, const char *key)
-{
+std::string findText(const JsonNode *node, const char *key) {
     if (!node)
         return {};
     if (node->type == JSON_OBJECT) {
@@ -34,54 +33,54 @@ std::string findText(const JsonNode *node, const char *key)
     return {};
 }
 
-std::string appDetailReply(const std::string &packageId)
-{
+std::string appDetailReply(const std::string &packageId) {
     for (const CatalogueEntry &entry : sim().device.catalogue) {
         if (entry.id != packageId)
             continue;
-        std::string location = !entry.location.empty()
-                                   ? entry.location
-                                   : sim().storeUrl + "ipk/" + entry.id + "_" + entry.version + "_all.ipk";
-        std::string icon = !entry.icon.empty() ? entry.icon : sim().storeUrl + "icon/" + entry.id + ".png";
+        std::string location = !entry.location.empty() ? entry.location
+                                                       : sim().storeUrl + "ipk/" + entry.id + "_" +
+                                                             entry.version + "_all.ipk";
+        std::string icon =
+            !entry.icon.empty() ? entry.icon : sim().storeUrl + "icon/" + entry.id + ".png";
         std::string home = !entry.homeUrl.empty() ? entry.homeUrl : "http://www.velto.example/";
         return "{\"OutGetAppDetailV2\":{\"appDetail\":{\"id\":" + std::to_string(entry.catalogId) +
-               ",\"publicApplicationId\":" + jsonQuote(entry.id) + ",\"title\":" + jsonQuote(entry.title) +
-               ",\"version\":" + jsonQuote(entry.version) + ",\"appSize\":" + std::to_string(entry.size) +
+               ",\"publicApplicationId\":" + jsonQuote(entry.id) +
+               ",\"title\":" + jsonQuote(entry.title) + ",\"version\":" + jsonQuote(entry.version) +
+               ",\"appSize\":" + std::to_string(entry.size) +
                ",\"appLocation\":" + jsonQuote(location) + ",\"appIcon\":" + jsonQuote(icon) +
-               ",\"homeURL\":" + jsonQuote(home) + ",\"vendorid\":" + std::to_string(entry.vendorId) + "}}}";
+               ",\"homeURL\":" + jsonQuote(home) +
+               ",\"vendorid\":" + std::to_string(entry.vendorId) + "}}}";
     }
     return "{\"JSONException\":{\"message\":" +
            jsonQuote("Application " + packageId + " not found in catalogue") + "}}";
 }
 
-std::string profileReply()
-{
+std::string profileReply() {
     std::string apps;
     for (const std::string &id : sim().device.profile)
         appendItem(apps, "{\"publicApplicationId\":" + jsonQuote(id) + "}");
     return "{\"OutGetUserInstalledAppsV2\":{\"userApps\":[" + apps + "]}}";
 }
 
-bool faultApplies(const std::string &method)
-{
+bool faultApplies(const std::string &method) {
     const Faults &faults = sim().device.faults;
     if (faults.storeMethods.empty())
         return true;
-    return std::find(faults.storeMethods.begin(), faults.storeMethods.end(), method) != faults.storeMethods.end();
+    return std::find(faults.storeMethods.begin(), faults.storeMethods.end(), method) !=
+           faults.storeMethods.end();
 }
 
-void respond(SoupServerMessage *message, unsigned status, const std::string &body)
-{
+void respond(SoupServerMessage *message, unsigned status, const std::string &body) {
     soup_server_message_set_status(message, status, nullptr);
-    soup_server_message_set_response(message, "application/json", SOUP_MEMORY_COPY, body.data(), body.size());
+    soup_server_message_set_response(message, "application/json", SOUP_MEMORY_COPY, body.data(),
+                                     body.size());
 }
 
 struct Delayed {
     SoupServerMessage *message;
 };
 
-gboolean answerLate(gpointer data)
-{
+gboolean answerLate(gpointer data) {
     auto *delayed = static_cast<Delayed *>(data);
     soup_server_message_unpause(delayed->message);
     g_object_unref(delayed->message);
@@ -89,8 +88,7 @@ gboolean answerLate(gpointer data)
     return G_SOURCE_REMOVE;
 }
 
-void handle(SoupServer *, SoupServerMessage *message, const char *path, GHashTable *, gpointer)
-{
+void handle(SoupServer *, SoupServerMessage *message, const char *path, GHashTable *, gpointer) {
     SoupMessageBody *requestBody = soup_server_message_get_request_body(message);
     GBytes *bytes = soup_message_body_flatten(requestBody);
     gsize size = 0;
@@ -100,16 +98,20 @@ void handle(SoupServer *, SoupServerMessage *message, const char *path, GHashTab
 
     const char *base = strrchr(path, '/');
     std::string method = base ? base + 1 : path;
-    recordCall("store", path, method.c_str(), soup_server_message_get_remote_host(message), body.c_str());
+    recordCall("store", path, method.c_str(), soup_server_message_get_remote_host(message),
+               body.c_str());
 
     if (strcmp(soup_server_message_get_method(message), "POST") != 0) {
-        respond(message, SOUP_STATUS_METHOD_NOT_ALLOWED, "{\"JSONException\":{\"message\":\"POST only\"}}");
+        respond(message, SOUP_STATUS_METHOD_NOT_ALLOWED,
+                "{\"JSONException\":{\"message\":\"POST only\"}}");
         return;
     }
     std::string prefix = sim().device.storePath;
     bool known = method == "appDetail_ext2" || method == "getUserInstalledApps_ext2";
-    if (!known || !g_str_has_prefix(path, prefix.c_str()) || strlen(path) != prefix.size() + method.size()) {
-        respond(message, SOUP_STATUS_NOT_FOUND, "{\"JSONException\":{\"message\":\"Unknown request\"}}");
+    if (!known || !g_str_has_prefix(path, prefix.c_str()) ||
+        strlen(path) != prefix.size() + method.size()) {
+        respond(message, SOUP_STATUS_NOT_FOUND,
+                "{\"JSONException\":{\"message\":\"Unknown request\"}}");
         return;
     }
 
@@ -121,7 +123,8 @@ void handle(SoupServer *, SoupServerMessage *message, const char *path, GHashTab
         reply = request ? appDetailReply(subject)
                         : "{\"JSONException\":{\"message\":\"Request not understood\"}}";
     } else {
-        reply = request ? profileReply() : "{\"JSONException\":{\"message\":\"Request not understood\"}}";
+        reply = request ? profileReply()
+                        : "{\"JSONException\":{\"message\":\"Request not understood\"}}";
     }
 
     StoreFault fault = faultApplies(method) ? sim().device.faults.store : StoreFault::None;
@@ -133,8 +136,8 @@ void handle(SoupServer *, SoupServerMessage *message, const char *path, GHashTab
         reply = reply.substr(0, reply.size() / 2); // cut mid-document
     }
     recordEvent("store", "\"method\":" + jsonQuote(method) + ",\"package\":" + jsonQuote(subject) +
-                             ",\"status\":" + std::to_string(status) + ",\"fault\":" +
-                             jsonQuote(storeFaultName(fault)));
+                             ",\"status\":" + std::to_string(status) +
+                             ",\"fault\":" + jsonQuote(storeFaultName(fault)));
     respond(message, status, reply);
     if (fault == StoreFault::Slow && sim().device.faults.storeDelayMs > 0) {
         soup_server_message_pause(message);
@@ -143,8 +146,7 @@ void handle(SoupServer *, SoupServerMessage *message, const char *path, GHashTab
     }
 }
 
-bool listen(std::string &error)
-{
+bool listen(std::string &error) {
     GError *listenError = nullptr;
     if (!soup_server_listen_local(s_server, s_port, SOUP_SERVER_LISTEN_IPV4_ONLY, &listenError)) {
         error = std::string("store: cannot listen on 127.0.0.1:") + std::to_string(s_port) + ": " +
@@ -164,10 +166,10 @@ bool listen(std::string &error)
 
 // A store that is down from the start still needs an address the daemon can be given: one that
 // was free a moment ago and now refuses connections.
-int reservePort(std::string &error)
-{
+int reservePort(std::string &error) {
     GError *socketError = nullptr;
-    GSocket *socket = g_socket_new(G_SOCKET_FAMILY_IPV4, G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_TCP, &socketError);
+    GSocket *socket = g_socket_new(G_SOCKET_FAMILY_IPV4, G_SOCKET_TYPE_STREAM,
+                                   G_SOCKET_PROTOCOL_TCP, &socketError);
     int port = 0;
     if (socket) {
         GInetAddress *loopback = g_inet_address_new_loopback(G_SOCKET_FAMILY_IPV4);
@@ -184,7 +186,8 @@ int reservePort(std::string &error)
         g_object_unref(socket);
     }
     if (!port) {
-        error = std::string("store: cannot find a free port: ") + (socketError ? socketError->message : "unknown");
+        error = std::string("store: cannot find a free port: ") +
+                (socketError ? socketError->message : "unknown");
     }
     if (socketError)
         g_error_free(socketError);
@@ -193,8 +196,7 @@ int reservePort(std::string &error)
 
 } // namespace
 
-bool storeStart(int port, std::string &error)
-{
+bool storeStart(int port, std::string &error) {
     s_server = soup_server_new("server-header", "vyxsim-store", nullptr);
     soup_server_add_handler(s_server, nullptr, handle, nullptr, nullptr);
     s_port = port;
@@ -208,8 +210,7 @@ bool storeStart(int port, std::string &error)
     return true;
 }
 
-bool storeApplyFault(std::string &error)
-{
+bool storeApplyFault(std::string &error) {
     bool down = sim().device.faults.store == StoreFault::Down;
     if (down && s_listening) {
         soup_server_disconnect(s_server);
@@ -220,8 +221,7 @@ bool storeApplyFault(std::string &error)
     return true;
 }
 
-void storeStop()
-{
+void storeStop() {
     if (!s_server)
         return;
     soup_server_disconnect(s_server);
