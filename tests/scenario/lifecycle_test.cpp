@@ -10,10 +10,6 @@ namespace {
 
 class Lifecycle : public BusTest {};
 
-gboolean neverCalled(gpointer) {
-    return G_SOURCE_REMOVE;
-}
-
 TEST_F(Lifecycle, ExitTimerLengthDecidesWhetherLaterShortRearmsCount) {
     struct Case {
         guint32 first, second;
@@ -77,7 +73,6 @@ TEST_F(Lifecycle, StatusTimerRepeatsUntilStopped) {
     int seen = fired;
     spinFor(100);
     EXPECT_EQ(fired, seen);
-    (void)neverCalled;
 }
 
 class RunningService : public BusTest {
@@ -123,11 +118,6 @@ TEST_F(RunningService, RetiredMethodsSayTheyAreNoLongerSupported) {
         EXPECT_NE(getExitTimer()->source, nullptr);
     }
     EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "notSupported: About to send response"));
-}
-
-TEST_F(RunningService, SecondInstanceCannotOwnTheName) {
-    BusHandle *second = nullptr;
-    EXPECT_FALSE(KSRegister(VYX_SERVICE_NAME, &second, nullptr));
 }
 
 TEST_F(RunningService, RepeatFlagPostponesTheFirstExpiryOnly) {
