@@ -1,35 +1,20 @@
 // The five system-information items and "downloadAppInfo": the whole daemon in-process, the
 // platform services played by fakes, the demonstration application played by a bus client.
 #include <signal.h>
-#include <syslog.h>
 
 #include <algorithm>
 #include <memory>
 
-#include "bus_test.h"
-#include "fake_service.h"
-#include "service/demo_state.h"
-#include "service/service.h"
+#include "core_fixture.h"
 #include "sysinfo/download_info.h"
 #include "sysinfo/sysinfo.h"
 
 namespace {
 
 const char DOWNLOAD_APP_INFO[] = "velto://com.velto.vyxService/downloadAppInfo";
-const char ACCOUNT_OK[] = R"({"returnValue":true,"token":"tok-1","accountAlias":"ann@example.com",)"
-                          R"("accountState":"active","uniqueId":"u-42"})";
-const char CARRIER_OK[] =
-    R"({"returnValue":true,"values":[{"com.velto.properties.DMCARRIER":"VZW"},)"
-    R"({"com.velto.properties.machineName":"tarsk"}]})";
-const char DEVICE_OK[] = R"({"returnValue":true,"deviceId":"dev-7"})";
-const char LOCALE_OK[] =
-    R"({"returnValue":true,"locale":{"languageCode":"de","countryCode":"DE"}})";
-const char SERVER_OK[] = R"({"returnValue":true,"serverUrl":"https://bazaro.example.com/ws"})";
 const char DETAILS_OK[] =
-    R"({"returnValue":true, "details":{"token":"tok-1", "carrier":"VZW", "deviceId":"dev-7", )"
-    R"("locale":"de_DE", "serverUrl":"https://bazaro.example.com/ws", "alias":"ann@example.com", )"
-    R"("uniqueId":"u-42"}})";
-const char DEMO_ON[] = R"({"returnValue":true,"vyxStageRunning":true,"vyxStageDetails":{}})";
+    R"({"returnValue":true, "details":{"token":"tok", "carrier":"VZW", "deviceId":"dev-1", )"
+    R"("locale":"en_US", "serverUrl":"https://store.example", "alias":"a@b.c", "uniqueId":"u1"}})";
 const char FAILED[] = R"({"returnValue":false,"errorCode":7,"errorText":"nothing here"})";
 
 std::string negative(const std::string &text) {
@@ -38,88 +23,61 @@ std::string negative(const std::string &text) {
 
 // Parameter tables name their rows; the row's name is the test's name.
 const auto caseName = [](const auto &info) { return std::string(info.param.name); };
-template <class Case>
-requires requires(Case c) {
-    c.name;
-}
-void PrintTo(const Case &c, std::ostream *os) {
-    *os << c.name;
-}
 
-class SysInfo : public BusTest {
+// Where each item is asked, in SystemInfoItem order.
+const struct {
+    FakeService PlatformFakes::*fake;
+    const char *category, *method;
+} QUERIES[SI_COUNT] = {{&PlatformFakes::accounts, "/", "getAccountToken"},
+                       {&PlatformFakes::properties, "/systemProperties", "getSomeSysPropertiesObj"},
+                       {&PlatformFakes::deviceProfile, "/", "getDeviceId"},
+                       {&PlatformFakes::systemService, "/", "getPreferences"},
+                       {&PlatformFakes::accounts, "/", "getServerUrl"}};
+
+// Items are set up once the daemon runs: the locale shares its service with the demo preference.
+class SysInfo : public CoreScenario {
   protected:
     void SetUp() override {
-        BusTest::SetUp();
-        accounts.reply("/", "getAccountToken", ACCOUNT_OK).reply("/", "getServerUrl", SERVER_OK);
-        properties.reply("/systemProperties", "getSomeSysPropertiesObj", CARRIER_OK);
-        deviceProfile.reply("/", "getDeviceId", DEVICE_OK);
-        // One service holds both the demo preference and the locale.
-        systemService
-            .handle("/", "getPreferences",
-                    [this](BusHandle *h, BusMessage *m) {
-                        bool locale =
-                            std::string(KSMessageGetPayload(m)).find("locale") != std::string::npos;
-                        KSMessageReply(h, m, locale ? localeReply.c_str() : demoReply.c_str(),
-                                       nullptr);
-                    })
-            .reply("/", "setPreferences", R"({"returnValue":true})");
-        appManager.reply("/", "listPackages", R"({"returnValue":true,"apps":[]})")
-            .reply("/", "launch", R"({"returnValue":true})");
-    }
-    void startDaemon() {
-        for (FakeService *fake : fakes())
-            ASSERT_TRUE(fake->start());
-        ASSERT_TRUE(serviceStart());
-        ASSERT_TRUE(waitUntil([] { return isDemoStatusLoaded() == 1; }, "demo preference"));
-    }
-    // The call stays unanswered until the test answers it; teardown drops what is left.
-    struct Held {
-        BusHandle *handle = nullptr;
-        BusMessage *message = nullptr;
-        void answer(const char *payload) {
-            KSMessageReply(handle, message, payload, nullptr);
-            KSMessageUnref(message);
-            message = nullptr;
-        }
-    };
-    std::shared_ptr<Held> hold(FakeService &fake, const char *category, const char *method) {
-        auto held = std::make_shared<Held>();
-        m_held.push_back(held);
-        fake.handle(category, method, [held](BusHandle *h, BusMessage *m) {
-            KSMessageRef(m);
-            held->handle = h;
-            held->message = m;
-        });
-        return held;
+        CoreScenario::SetUp();
+        startWithDemo(core::DEMO_OFF);
     }
     void TearDown() override {
-        serviceFinish();
         for (auto &held : m_held)
-            KSMessageUnref(held->message);
-        for (FakeService *fake : fakes())
-            fake->stop();
-        BusTest::TearDown();
+            KSMessageUnref(held->second);
+        CoreScenario::TearDown();
     }
-    std::vector<FakeService *> fakes() {
-        return {&accounts, &properties, &deviceProfile, &systemService, &appManager};
+    FakeService &service(int item) { return this->*QUERIES[item].fake; }
+    void answer(SystemInfoItem item, const std::string &reply) {
+        service(item).reply(QUERIES[item].category, QUERIES[item].method, reply);
+    }
+    // The call stays unanswered until the test answers it; teardown drops what is left.
+    using Held = std::pair<BusHandle *, BusMessage *>;
+    static void release(Held &held, const char *payload) {
+        KSMessageReply(held.first, held.second, payload, nullptr);
+        KSMessageUnref(std::exchange(held.second, nullptr));
+    }
+    std::shared_ptr<Held> hold(SystemInfoItem item) {
+        auto held = m_held.emplace_back(std::make_shared<Held>());
+        service(item).handle(QUERIES[item].category, QUERIES[item].method,
+                             [held](BusHandle *h, BusMessage *m) {
+                                 held->first = h;
+                                 held->second = (KSMessageRef(m), m);
+                             });
+        return held;
     }
     static bool logged(const char *fragment) { return LogCapture::contains(fragment); }
 
-    FakeService accounts{"com.velto.accountservices"};
-    FakeService properties{"com.velto.preferences"};
-    FakeService deviceProfile{"com.velto.deviceprofile"};
-    FakeService systemService{"com.velto.systemservice"};
-    FakeService appManager{"com.velto.applicationManager"};
     std::vector<std::shared_ptr<Held>> m_held;
-    std::string localeReply = LOCALE_OK;
-    std::string demoReply = DEMO_ON;
 };
 
 TEST_F(SysInfo, OneRequestGathersAllFiveItemsAndLaterRequestsAreAnsweredAtOnce) {
-    startDaemon();
+    // The stored demo preference is rewritten at start; only what the request causes counts.
+    ASSERT_TRUE(waitUntil([&] { return systemService.count("setPreferences"); }, "pref write"));
     FakeService::all().clear();
-    BusClient app;
-    EXPECT_EQ(app.call(DOWNLOAD_APP_INFO, "{}"), DETAILS_OK);
+    char video[99] = "unchanged"; // the hardware type is not known before the first gathering
+    getVyxVideoName(video);
+    EXPECT_STREQ(video, "unchanged");
+    EXPECT_EQ(call("downloadAppInfo", "{}"), DETAILS_OK);
     // Each service hears on its own connection, so only the set of calls is comparable.
     std::vector<std::string> uris = FakeService::allUris();
     std::sort(uris.begin(), uris.end());
@@ -136,58 +94,43 @@ TEST_F(SysInfo, OneRequestGathersAllFiveItemsAndLaterRequestsAreAnsweredAtOnce) 
     EXPECT_EQ(systemService.lastPayload("getPreferences"), R"({"keys":["locale"]})");
     EXPECT_TRUE(validAccountTokens());
     EXPECT_STREQ(getAccountToken(2), "active");
-    EXPECT_STREQ(getAccountToken(4), "");
     EXPECT_EQ(getExitTimer()->interval, 300000u);
 
     // Everything present: answered from memory, only the listing is refreshed.
-    EXPECT_EQ(app.call(DOWNLOAD_APP_INFO, "[]"), DETAILS_OK);
+    EXPECT_EQ(call("downloadAppInfo", "[]"), DETAILS_OK);
     EXPECT_TRUE(requestSystemInfo());
     ASSERT_TRUE(waitUntil([&] { return appManager.count("listPackages") == 2; }, "second listing"));
     EXPECT_EQ(FakeService::all().size(), 7u);
 }
 
 TEST_F(SysInfo, RequestingTwiceBeforeAnyReplyAsksEachServiceOnce) {
-    hold(accounts, "/", "getAccountToken");
-    hold(accounts, "/", "getServerUrl");
-    hold(properties, "/systemProperties", "getSomeSysPropertiesObj");
-    hold(deviceProfile, "/", "getDeviceId");
-    startDaemon();
-    hold(systemService, "/", "getPreferences"); // the locale, after the demo preference
+    for (int item = 0; item < SI_COUNT; item++)
+        hold(SystemInfoItem(item));
     EXPECT_TRUE(requestSystemInfo());
     EXPECT_TRUE(requestSystemInfo());
     ASSERT_TRUE(waitUntil([&] { return appManager.count("listPackages") == 2; }, "two listings"));
     spinFor(50);
-    EXPECT_EQ(accounts.count("getAccountToken"), 1);
-    EXPECT_EQ(accounts.count("getServerUrl"), 1);
-    EXPECT_EQ(properties.count("getSomeSysPropertiesObj"), 1);
-    EXPECT_EQ(deviceProfile.count("getDeviceId"), 1);
-    EXPECT_EQ(systemService.count("getPreferences"), 2); // the demo preference, then the locale
-    EXPECT_TRUE(isSystemInfoRequestInProcess("test"));
-    EXPECT_TRUE(LogCapture::has(
-        LOG_DEBUG, "isSystemInfoRequestInProcess called by test: SysInfo Status: AT:0, CR:0, "
-                   "DV:0, LC:0, SU:0"));
+    for (int item = 0; item < SI_COUNT; item++) // the locale's service also gave the preference
+        EXPECT_EQ(service(item).count(QUERIES[item].method), item == SI_LOCALE ? 2 : 1)
+            << QUERIES[item].method;
 }
 
 TEST_F(SysInfo, SecondRequestWhileOneIsHeldIsRefusedAndTheFirstStillAnswered) {
-    auto token = hold(accounts, "/", "getAccountToken");
-    startDaemon();
-    BusClient first, second;
+    auto token = hold(SI_ACCOUNT_TOKEN);
+    BusClient first;
     ASSERT_TRUE(first.send(DOWNLOAD_APP_INFO, "{}"));
-    ASSERT_TRUE(waitUntil([&] { return token->message != nullptr; }, "account token query"));
-    EXPECT_EQ(second.call(DOWNLOAD_APP_INFO, "{}"), negative("Already in process"));
-    EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "downloadSystemInfo: About to send response for "
-                                           "'downloadApplInfo' method\": Already in process"));
+    ASSERT_TRUE(waitUntil([&] { return token->second != nullptr; }, "account token query"));
+    EXPECT_EQ(call("downloadAppInfo", "{}"), negative("Already in process"));
     EXPECT_TRUE(first.replies().empty());
-    token->answer(ACCOUNT_OK);
+    release(*token, R"({"token":"tok","accountAlias":"a@b.c","accountState":"s","uniqueId":"u1"})");
     ASSERT_TRUE(waitUntil([&] { return !first.replies().empty(); }, "the held reply"));
     EXPECT_EQ(first.replies()[0], DETAILS_OK);
     EXPECT_EQ(accounts.count("getAccountToken"), 1);
 }
 
 TEST_F(SysInfo, PayloadsThatAreNoRequestHoldNothing) {
-    startDaemon();
-    BusClient refused, dropped, app;
-    EXPECT_EQ(refused.call(DOWNLOAD_APP_INFO, "abc"), negative("Invalid format"));
+    BusClient dropped;
+    EXPECT_EQ(call("downloadAppInfo", "abc"), negative("Invalid format"));
     // The bus's own not-running report is dropped: no reply at all, not even an error.
     ASSERT_TRUE(dropped.send(DOWNLOAD_APP_INFO,
                              R"({"returnValue":false,"errorCode":-1,"errorText":"x is not )"
@@ -195,234 +138,152 @@ TEST_F(SysInfo, PayloadsThatAreNoRequestHoldNothing) {
     ASSERT_TRUE(waitUntil([] { return logged("downloadSystemInfo: Ignoring response"); },
                           "the report to be dropped"));
     EXPECT_EQ(accounts.count("getAccountToken"), 0);
-    EXPECT_EQ(app.call(DOWNLOAD_APP_INFO, "{}"), DETAILS_OK);
+    EXPECT_EQ(call("downloadAppInfo", "{}"), DETAILS_OK);
     spinFor(50);
     EXPECT_TRUE(dropped.replies().empty()) << dropped.replies()[0];
 }
 
-// A failed item does not conclude the gathering while another query is still out.
-struct FailureCase {
+// One item's reply, and the text then stored for it.
+struct ItemCase {
     const char *name;
-    bool accountFails; // else the device id fails
+    SystemInfoItem item;
+    std::string reply;
+    std::string expected;
+    int hardwareType = 0; // carrier rows only: the machine name read along with the carrier
+    const char *video = "";
 };
 
-class SysInfoFailure : public SysInfo, public testing::WithParamInterface<FailureCase> {};
+std::string values(const std::string &array) {
+    return R"({"returnValue":true,"values":)" + array + "}";
+}
+
+// A failed item does not conclude the gathering while another query is still out.
+class SysInfoFailure : public SysInfo, public testing::WithParamInterface<ItemCase> {};
 
 TEST_P(SysInfoFailure, ErrorReplyWaitsForTheLastOutstandingQuery) {
-    const FailureCase &c = GetParam();
-    if (c.accountFails)
-        accounts.reply("/", "getAccountToken", FAILED);
-    else
-        deviceProfile.reply("/", "getDeviceId", FAILED);
-    auto server = hold(accounts, "/", "getServerUrl");
-    startDaemon();
+    answer(GetParam().item, GetParam().reply);
+    auto server = hold(SI_SERVER_URL);
     BusClient app;
     ASSERT_TRUE(app.send(DOWNLOAD_APP_INFO, "{}"));
     ASSERT_TRUE(waitUntil(
         [&] {
-            return server->message && logged("localeCB: payload") &&
-                   logged("carrierCB: carrier:") && logged("not found: ERROR");
+            return server->second && logged("localeCB: payload") && logged("carrierCB: carrier:") &&
+                   logged("not found: ERROR");
         },
         "every reply but the server address"));
     spinFor(50);
     EXPECT_TRUE(app.replies().empty());
-    EXPECT_FALSE(validAccountTokens());
-    server->answer(SERVER_OK);
+    release(*server, R"({"serverUrl":"https://store.example"})");
     ASSERT_TRUE(waitUntil([&] { return !app.replies().empty(); }, "the error reply"));
     EXPECT_EQ(app.replies()[0], negative("Request to download information ended [serverUrlCB]"));
     EXPECT_FALSE(validAccountTokens());
-    for (unsigned slot = 0; c.accountFails && slot < 4; slot++)
-        EXPECT_STREQ(getAccountToken(slot), "");
 }
 
 INSTANTIATE_TEST_SUITE_P(Items, SysInfoFailure,
-                         testing::Values(FailureCase{"AccountToken", true},
-                                         FailureCase{"DeviceId", false}),
+                         testing::Values(ItemCase{"AccountToken", SI_ACCOUNT_TOKEN, FAILED, ""},
+                                         ItemCase{"DeviceId", SI_DEVICE_ID, FAILED, ""}),
                          caseName);
 
-struct CarrierCase {
-    const char *name;
-    const char *values; // the "values" member, or null for none
-    const char *carrier;
-    int hardwareType;
-    const char *video;
-};
+class ItemReply : public SysInfo, public testing::WithParamInterface<ItemCase> {};
 
-class CarrierWalk : public SysInfo, public testing::WithParamInterface<CarrierCase> {};
-
-TEST_P(CarrierWalk, CarrierAndHardwareTypeComeFromTheValues) {
-    const CarrierCase &c = GetParam();
-    std::string reply = R"({"returnValue":true)";
-    if (c.values)
-        reply += std::string(R"(,"values":)") + c.values;
-    properties.reply("/systemProperties", "getSomeSysPropertiesObj", reply + "}");
-    startDaemon();
-    char video[99] = "unchanged";
-    getVyxVideoName(video);
-    EXPECT_STREQ(video, "unchanged");
-    EXPECT_TRUE(LogCapture::has(
-        LOG_ERR, "getVyxVideoName: Can't figure video name because hardware type is undefined"));
-    requestSystemInfo();
-    ASSERT_TRUE(waitUntil([] { return logged("carrierCB: carrier: "); }, "carrier reply"));
-    EXPECT_STREQ(getCarrierId(), c.carrier);
-    EXPECT_EQ(getHardwareType(), c.hardwareType);
-    EXPECT_TRUE(
-        LogCapture::has(LOG_DEBUG, "carrierCB: carrier: " + std::string(c.carrier) +
-                                       ", hardware type: " + std::to_string(c.hardwareType)));
-    getVyxVideoName(video);
-    EXPECT_STREQ(video, c.video);
+TEST_P(ItemReply, StoredTextFollowsTheReply) {
+    const ItemCase &c = GetParam();
+    answer(c.item, c.reply);
+    ASSERT_TRUE(requestSystemInfo());
+    ASSERT_TRUE(waitUntil([] { return !isSystemInfoRequestInProcess("test"); }, "every reply"));
+    const char *stored[] = {getAccountToken(0), getCarrierId(), getDeviceId(), getLocale(),
+                            getServerUrl()};
+    EXPECT_EQ(stored[c.item], c.expected);
+    if (c.item == SI_CARRIER) {
+        EXPECT_EQ(getHardwareType(), c.hardwareType);
+        char video[99] = "";
+        getVyxVideoName(video);
+        EXPECT_STREQ(video, c.video);
+    }
 }
 
 #define CARRIER "\"com.velto.properties.DMCARRIER\""
 #define MACHINE "\"com.velto.properties.machineName\""
 
 INSTANTIATE_TEST_SUITE_P(
-    Replies, CarrierWalk,
-    testing::Values(
-        CarrierCase{"BothInFirstElementStopTheWalk",
-                    "[{" CARRIER ":\"VZW\"," MACHINE ":\"fenlo\"},{" CARRIER ":\"TMO\"," MACHINE
-                    ":\"ombrel\"}]",
-                    "VZW", 1, "com.velto.vyx.v002"},
-        CarrierCase{"OnlyMachineName", "[{" MACHINE ":\"tarsk\"}]", "ROW", 2, "com.velto.vyx.v001"},
-        CarrierCase{"LaterElementOverwrites",
-                    "[{" CARRIER ":\"VZW\"},{" CARRIER ":\"ATT\"},{" MACHINE ":\"ombrel\"}]", "ATT",
-                    3, ""},
-        CarrierCase{"MachineNameIsCaseSensitive", "[{" CARRIER ":\"VZW\"," MACHINE ":\"Fenlo\"}]",
-                    "VZW", 0, ""},
-        CarrierCase{"ValueWithoutTextIsMissing", "[{" CARRIER ":null," MACHINE ":true}]", "ROW", 0,
-                    ""},
-        CarrierCase{"EmptyArray", "[]", "ROW", 0, ""},
-        CarrierCase{"NoValues", nullptr, "ROW", 0, ""}),
-    caseName);
-
-struct EndingCase {
-    const char *name;
-    void (*end)();
-    const char *reply;
-};
-
-class HeldRequestEnding : public SysInfo, public testing::WithParamInterface<EndingCase> {};
-
-TEST_P(HeldRequestEnding, ProcessEndAnswersTheHeldRequest) {
-    hold(accounts, "/", "getAccountToken");
-    startDaemon();
-    BusClient app;
-    ASSERT_TRUE(app.send(DOWNLOAD_APP_INFO, "{}"));
-    ASSERT_TRUE(waitUntil([] { return logged("Begin processing for 'downloadApplInfo'"); },
-                          "the request to be held"));
-    ASSERT_TRUE(waitUntil([] { return logged("serverUrlCB: payload"); }, "the other items"));
-    GetParam().end();
-    ASSERT_TRUE(waitUntil([&] { return !app.replies().empty(); }, "the reply"));
-    EXPECT_EQ(app.replies()[0], negative(GetParam().reply));
-    EXPECT_EQ(FakeHost::exits, 1);
-    EXPECT_EQ(FakeHost::lastExitStatus, 0);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Paths, HeldRequestEnding,
-    testing::Values(EndingCase{"ExitTimer", [] { exitTimerCB(nullptr); },
-                               "Request to download information ended [exitTimerCB]"},
-                    EndingCase{"Signal", [] { sigproc(SIGINT); }, "Timeout in service"}),
-    caseName);
-
-// One item's reply, and what the getter then holds.
-struct ItemCase {
-    const char *name;
-    SystemInfoItem item;
-    std::string reply;
-    std::string expected;
-};
-
-class ItemReply : public SysInfo, public testing::WithParamInterface<ItemCase> {};
-
-TEST_P(ItemReply, StoredTextFollowsTheReply) {
-    static const char *const handlers[] = {"accountTokenCB", "carrierCB", "deviceIdCB", "localeCB",
-                                           "serverUrlCB"};
-    const ItemCase &c = GetParam();
-    if (c.item == SI_LOCALE) {
-        localeReply = c.reply;
-    } else {
-        const struct {
-            FakeService *fake;
-            const char *category, *method;
-        } services[] = {{&accounts, "/", "getAccountToken"},
-                        {&properties, "/systemProperties", "getSomeSysPropertiesObj"},
-                        {&deviceProfile, "/", "getDeviceId"},
-                        {},
-                        {&accounts, "/", "getServerUrl"}};
-        services[c.item].fake->reply(services[c.item].category, services[c.item].method, c.reply);
-    }
-    startDaemon();
-    requestSystemInfo();
-    std::string done = std::string(" called by ") + handlers[c.item] + ": SysInfo Status";
-    ASSERT_TRUE(waitUntil([&] { return logged(done.c_str()); }, done));
-    const char *stored[] = {getAccountToken(0), getCarrierId(), getDeviceId(), getLocale(),
-                            getServerUrl()};
-    EXPECT_EQ(stored[c.item], c.expected);
-}
-
-std::string text(size_t length, char c) {
-    return std::string(length, c);
-}
-
-INSTANTIATE_TEST_SUITE_P(
     Replies, ItemReply,
     testing::Values(
-        ItemCase{"LocaleComposed", SI_LOCALE, LOCALE_OK, "de_DE"},
         ItemCase{"LocaleMissing", SI_LOCALE, R"({"returnValue":true})", "en_us"},
         ItemCase{"LocaleCutAt100", SI_LOCALE,
-                 R"({"locale":{"languageCode":")" + text(80, 'l') + R"(","countryCode":")" +
-                     text(40, 'C') + "\"}}",
-                 text(80, 'l') + "_" + text(19, 'C')},
-        ItemCase{"CarrierCutAt99", SI_CARRIER,
-                 R"({"values":[{"com.velto.properties.DMCARRIER":")" + text(150, 'c') + "\"}]}",
-                 text(99, 'c')},
+                 R"({"locale":{"languageCode":")" + std::string(80, 'l') + R"(","countryCode":")" +
+                     std::string(40, 'C') + "\"}}",
+                 std::string(80, 'l') + "_" + std::string(19, 'C')},
         ItemCase{"TokenCutAt100", SI_ACCOUNT_TOKEN,
-                 R"({"token":")" + text(150, 't') + R"(","accountAlias":"a","accountState":"s"})",
-                 text(100, 't')},
+                 R"({"token":")" + std::string(150, 't') +
+                     R"(","accountAlias":"a","accountState":"s"})",
+                 std::string(100, 't')},
         ItemCase{"TokenWithoutStateFails", SI_ACCOUNT_TOKEN,
                  R"({"token":"t","accountAlias":"a","accountState":null})", ""},
-        ItemCase{"DeviceIdCutAt100", SI_DEVICE_ID, R"({"deviceId":")" + text(150, 'd') + "\"}",
-                 text(100, 'd')},
-        ItemCase{"DeviceIdMissingFails", SI_DEVICE_ID, R"({"returnValue":true})", ""},
-        ItemCase{"ServerUrlCutAt256", SI_SERVER_URL, R"({"serverUrl":")" + text(300, 's') + "\"}",
-                 text(256, 's')}),
+        ItemCase{"DeviceIdCutAt100", SI_DEVICE_ID,
+                 R"({"deviceId":")" + std::string(150, 'd') + "\"}", std::string(100, 'd')},
+        ItemCase{"ServerUrlCutAt256", SI_SERVER_URL,
+                 R"({"serverUrl":")" + std::string(300, 's') + "\"}", std::string(256, 's')},
+        // The walk stops once both are found; a later element overwrites until then.
+        ItemCase{"BothInFirstElementStopTheWalk", SI_CARRIER,
+                 values("[{" CARRIER ":\"VZW\"," MACHINE ":\"fenlo\"},{" CARRIER ":\"TMO\"," MACHINE
+                        ":\"ombrel\"}]"),
+                 "VZW", 1, "com.velto.vyx.v002"},
+        ItemCase{"OnlyMachineName", SI_CARRIER, values("[{" MACHINE ":\"tarsk\"}]"), "ROW", 2,
+                 "com.velto.vyx.v001"},
+        ItemCase{"LaterElementOverwrites", SI_CARRIER,
+                 values("[{" CARRIER ":\"VZW\"},{" CARRIER ":\"ATT\"},{" MACHINE ":\"ombrel\"}]"),
+                 "ATT", 3},
+        ItemCase{"MachineNameIsCaseSensitive", SI_CARRIER,
+                 values("[{" CARRIER ":\"VZW\"," MACHINE ":\"Fenlo\"}]"), "VZW"},
+        ItemCase{"ValueWithoutTextIsMissing", SI_CARRIER,
+                 values("[{" CARRIER ":null," MACHINE ":true}]"), "ROW"},
+        ItemCase{"CarrierCutAt99", SI_CARRIER,
+                 values("[{" CARRIER ":\"" + std::string(150, 'c') + "\"}]"), std::string(99, 'c')},
+        ItemCase{"NoValues", SI_CARRIER, R"({"returnValue":true})", "ROW"}),
     caseName);
 
-struct ParkedDownloadCase {
-    const char *name;
-    const char *accountReply;
-    int priority;
-    const char *logLine;
-    int listings; // the gathering's own, plus one when the download starts
+class GatheringEnd : public SysInfo {
+  protected:
+    // With the account token held, how the process ends decides the held request's answer.
+    void endProcess(void (*end)(), const std::string &reply) {
+        hold(SI_ACCOUNT_TOKEN);
+        BusClient app;
+        ASSERT_TRUE(app.send(DOWNLOAD_APP_INFO, "{}"));
+        ASSERT_TRUE(waitUntil([] { return logged("serverUrlCB: payload"); }, "the other items"));
+        end();
+        ASSERT_TRUE(waitUntil([&] { return !app.replies().empty(); }, "the reply"));
+        EXPECT_EQ(app.replies()[0], negative(reply));
+        EXPECT_EQ(FakeHost::exits, 1);
+        EXPECT_EQ(FakeHost::lastExitStatus, 0);
+    }
+    // The gathering's own listing, plus one when the parked download starts.
+    void parkedDownload(const char *outcome, int listings) {
+        setRunLocalFileDownload(true);
+        requestSystemInfo();
+        ASSERT_TRUE(waitUntil([&] { return LogCapture::hasText(outcome); }, outcome));
+        ASSERT_TRUE(
+            waitUntil([&] { return appManager.count("listPackages") == listings; }, "list"));
+        spinFor(50);
+        EXPECT_EQ(appManager.count("listPackages"), listings);
+        EXPECT_FALSE(isRunLocalFileDownload());
+    }
 };
 
-class ParkedDownload : public SysInfo, public testing::WithParamInterface<ParkedDownloadCase> {};
-
-TEST_P(ParkedDownload, DemoOffStopsTheDownloadOnlyAfterASuccessfulGathering) {
-    const ParkedDownloadCase &c = GetParam();
-    accounts.reply("/", "getAccountToken", c.accountReply);
-    demoReply = R"({"returnValue":true,"vyxStageRunning":false})";
-    startDaemon();
-    ASSERT_FALSE(isDemoRunning());
-    setRunLocalFileDownload(true);
-    requestSystemInfo();
-    ASSERT_TRUE(waitUntil([&] { return LogCapture::has(c.priority, c.logLine); }, c.logLine));
-    ASSERT_TRUE(
-        waitUntil([&] { return appManager.count("listPackages") == c.listings; }, "listings"));
-    spinFor(50);
-    EXPECT_EQ(appManager.count("listPackages"), c.listings);
-    EXPECT_FALSE(isRunLocalFileDownload());
+TEST_F(GatheringEnd, ExitTimerAnswersIt) {
+    endProcess([] { exitTimerCB(nullptr); }, "Request to download information ended [exitTimerCB]");
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Outcomes, ParkedDownload,
-    testing::Values(ParkedDownloadCase{"Success", ACCOUNT_OK, LOG_ALERT,
-                                       "sendSystemInfo: Demo status is OFF, file download stopped",
-                                       1},
-                    ParkedDownloadCase{"Failure", FAILED, LOG_DEBUG,
-                                       "sendDownloadErrorResponse called, starting file download",
-                                       2}),
-    caseName);
+TEST_F(GatheringEnd, SignalAnswersIt) {
+    endProcess([] { sigproc(SIGINT); }, "Timeout in service");
+}
+
+TEST_F(GatheringEnd, DemoOffStopsAParkedDownloadAfterASuccessfulGathering) {
+    parkedDownload("sendSystemInfo: Demo status is OFF, file download stopped", 1);
+}
+
+TEST_F(GatheringEnd, FailedGatheringStartsAParkedDownloadWhateverTheDemo) {
+    answer(SI_ACCOUNT_TOKEN, FAILED);
+    parkedDownload("sendDownloadErrorResponse called, starting file download", 2);
+}
 
 } // namespace
