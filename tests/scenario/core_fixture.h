@@ -51,6 +51,9 @@ inline const std::string DEMO_EXIT = launchOf("com.velto.app.vyx", R"("action":"
 inline const std::string PLAY_VIDEO =
     launchOf("com.velto.app.vyx", R"("action":"power" ,"playVideo":true)");
 
+// Names parameterized cases after their row's "name".
+inline const auto rowName = [](const auto &info) { return std::string(info.param.name); };
+
 inline std::string closeOf(int pid) {
     return R"({"processId":")" + std::to_string(pid) + "\"}";
 }
@@ -168,6 +171,16 @@ class CoreScenario : public BusTest, protected PlatformFakes {
             if (call.service == "com.velto.applicationManager" &&
                 (call.method == "launch" || call.method == "close"))
                 found.push_back(call.method + " " + call.payload);
+        return found;
+    }
+
+    // Payloads of the launches whose text holds the marker (or, with wanted false, lacks it).
+    std::vector<std::string> launches(const std::string &marker, bool wanted = true) const {
+        std::vector<std::string> found;
+        for (const std::string &request : appRequests())
+            if (request.rfind("launch ", 0) == 0 &&
+                (request.find(marker) != std::string::npos) == wanted)
+                found.push_back(request.substr(sizeof "launch " - 1));
         return found;
     }
 
