@@ -223,15 +223,23 @@ static int prvHardwareTypeOf(const char *machineName) {
     return HW_UNKNOWN;
 }
 
+// A not-running report, or a reply for an item obtained already, changes nothing.
+static bool prvReplyWanted(const JsonNode *root, SystemInfoItem item, const char *stored,
+                           const char *self) {
+    if (ignoreJsonResponse(root, self))
+        return false;
+    if (s_queryStatus[item] == QUERY_OBTAINED) {
+        vyxLog(LOG_DEBUG, "%s: Already set: %s", self, stored);
+        return false;
+    }
+    return true;
+}
+
 bool carrierCB(BusHandle *, BusMessage *reply, void *) {
     static const char self[] = "carrierCB";
     JsonTree root = prvKSMessageGetPayloadJSON(reply);
-    if (ignoreJsonResponse(root.get(), self))
+    if (!prvReplyWanted(root.get(), SI_CARRIER, s_carrierId, self))
         return true;
-    if (s_queryStatus[SI_CARRIER] == QUERY_OBTAINED) {
-        vyxLog(LOG_DEBUG, "%s: Already set: %s", self, s_carrierId);
-        return true;
-    }
     bool carrierFound = false;
     bool typeFound = false;
     const JsonNode *values = prvJsonFindFirstLabel(root.get(), "values", self);
@@ -271,12 +279,8 @@ bool carrierCB(BusHandle *, BusMessage *reply, void *) {
 bool deviceIdCB(BusHandle *, BusMessage *reply, void *) {
     static const char self[] = "deviceIdCB";
     JsonTree root = prvKSMessageGetPayloadJSON(reply);
-    if (ignoreJsonResponse(root.get(), self))
+    if (!prvReplyWanted(root.get(), SI_DEVICE_ID, s_deviceId, self))
         return true;
-    if (s_queryStatus[SI_DEVICE_ID] == QUERY_OBTAINED) {
-        vyxLog(LOG_DEBUG, "%s: Already set: %s", self, s_deviceId);
-        return true;
-    }
     const char *deviceId = prvMemberText(root.get(), "deviceId", self);
     if (deviceId) {
         vyxLog(LOG_DEBUG, "%s: payload %s", self, logText(KSMessageGetPayload(reply)));
@@ -297,12 +301,8 @@ bool deviceIdCB(BusHandle *, BusMessage *reply, void *) {
 bool localeCB(BusHandle *, BusMessage *reply, void *) {
     static const char self[] = "localeCB";
     JsonTree root = prvKSMessageGetPayloadJSON(reply);
-    if (ignoreJsonResponse(root.get(), self))
+    if (!prvReplyWanted(root.get(), SI_LOCALE, s_locale, self))
         return true;
-    if (s_queryStatus[SI_LOCALE] == QUERY_OBTAINED) {
-        vyxLog(LOG_DEBUG, "%s: Already set: %s", self, s_locale);
-        return true;
-    }
     const char *language = nullptr;
     const char *country = nullptr;
     const JsonNode *locale = prvJsonFindFirstLabel(root.get(), "locale", self);
@@ -327,12 +327,8 @@ bool localeCB(BusHandle *, BusMessage *reply, void *) {
 bool serverUrlCB(BusHandle *, BusMessage *reply, void *) {
     static const char self[] = "serverUrlCB";
     JsonTree root = prvKSMessageGetPayloadJSON(reply);
-    if (ignoreJsonResponse(root.get(), self))
+    if (!prvReplyWanted(root.get(), SI_SERVER_URL, s_serverUrl, self))
         return true;
-    if (s_queryStatus[SI_SERVER_URL] == QUERY_OBTAINED) {
-        vyxLog(LOG_DEBUG, "%s: Already set: %s", self, s_serverUrl);
-        return true;
-    }
     const char *serverUrl = prvMemberText(root.get(), "serverUrl", self);
     if (serverUrl) {
         vyxLog(LOG_DEBUG, "%s: payload %s", self, logText(KSMessageGetPayload(reply)));
