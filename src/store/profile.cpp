@@ -10,3 +10,11 @@ void deleteProfileFileList() {
     if (g_file_test(path.c_str(), G_FILE_TEST_EXISTS))
         g_unlink(path.c_str());
 }
+
+bool loadProfilePackageList(CURL *) {
+    return false;
+}
+void verifyProfilePackages(const char *) {}
+bool saveProfileFileList(StrArray) {
+    return true;
+}
