@@ -85,6 +85,13 @@ const char *getJsonString(const JsonNode *label, const char *key) {
     return "";
 }
 
+const char *labelText(const JsonNode *label) {
+    const JsonNode *value = label ? label->child : nullptr;
+    if (value && (value->type == JSON_STRING || value->type == JSON_NUMBER) && value->text)
+        return value->text;
+    return "";
+}
+
 bool ignoreJsonResponse(const JsonNode *root, const char *caller) {
     if (!root)
         return false;

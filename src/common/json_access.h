@@ -15,6 +15,8 @@ bool isJsonObjectTrue(const JsonNode *label);
 bool isJsonObjectFalse(const JsonNode *label);
 // Text of the member `key` inside the object that is the value of `label`; never null.
 const char *getJsonString(const JsonNode *label, const char *key);
+// Text of a member's own value when it is a string or a number, else ""; logs nothing.
+const char *labelText(const JsonNode *label);
 // True for the bus's "service is not running" reply, which callers drop unchanged.
 bool ignoreJsonResponse(const JsonNode *root, const char *caller);
 
