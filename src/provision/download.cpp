@@ -1,12 +1,33 @@
 #include "provision/download.h"
 
+#include <glib.h>
+#include <string.h>
+
+#include "common/files.h"
+#include "common/json_access.h"
 #include "monitors/connmgr.h"
+#include "platform/host.h"
 #include "platform/log.h"
+#include "provision/config.h"
+#include "provision/install.h"
+#include "provision/install_status.h"
+#include "provision/run_state.h"
 #include "service/app_control.h"
+#include "service/demo_state.h"
 #include "service/service.h"
 #include "store/app_listing.h"
+#include "store/profile.h"
 #include "sysinfo/download_info.h"
 #include "sysinfo/sysinfo.h"
+
+#define DEMO_EXIT_FORMAT "{\"id\":\"%s\",\"params\":{\"action\":\"exit\"}}"
+#define DEMO_START_FORMAT "{\"id\":\"%s\",\"params\":{\"action\":\"%s\"}}"
+#define DEMO_DETAILS_FORMAT "\"application\":\"%s\", \"autoRun\":true, \"videos\":\"%s\""
+#define DEMO_DETAILS_NO_VIDEO_FORMAT "\"application\":\"%s\", \"autoRun\":true"
+#define VYX_SERVICE_DATA_PACKAGE "com.velto.vyx"
+
+constexpr guint32 STATUS_TIMER_MS = 2000;
+constexpr int64_t CONNECTION_WAIT_SECS = 60;
 
 static int s_StateMode = DSM_IDLE;
 static bool s_bStartupVyxMode = false;
@@ -40,10 +61,14 @@ int isVyxAppPresent() {
     return s_tVyxAppPresent;
 }
 
+// ---------------------------------------------------------------------------------------------
+// Start
+
 void initiateFileDownload() {
     vyxLog(LOG_DEBUG, "%s: Started", "initiateFileDownload");
     restartExitTimer(EXIT_TIMER_LONG_MS);
     getConnectionStatus(true);
+    resetDownloadFileProgress();
     if (!isAllSystemInfoPresent("initiateFileDownload") &&
         !isSystemInfoRequestInProcess("initiateFileDownload")) {
         setRunLocalFileDownload(true);
@@ -57,4 +82,285 @@ void initiateFileDownload() {
     callService("initiateFileDownload", APP_MANAGER_LIST_PACKAGES, "{}", listPkgsCBRun);
 }
 
-void appdownloadMemoryFree() {}
+static void failedOnRamp(const char *caller) {
+    vyxLog(LOG_DEBUG, "%s: Failed in getting profile or profile info", caller);
+    processEndPackageInfo(FAIL_CONNECT, caller);
+}
+
+void startFileDownload() {
+    static const char *const self = "startFileDownload";
+    restartExitTimer(EXIT_TIMER_LONG_MS);
+    if (s_StateMode != DSM_IDLE)
+        vyxLog(LOG_ALERT, "%s: Unexpected state mode: %d", self, s_StateMode);
+    if (s_CurlHandle) {
+        vyxLog(LOG_ALERT, "%s: Curl handle already initialized!  Abandoning", self);
+        return;
+    }
+    vyxLog(LOG_DEBUG, "%s: Started", self);
+    setDownloadStateMode(DSM_ONRAMP, self);
+    launchVYXCoreMessage("check", nullptr, nullptr);
+    s_bWaitForInternet = false;
+    s_LastMsgSecs = hostNowSeconds();
+
+    if (!validAccountTokens()) {
+        vyxLog(LOG_DEBUG, "%s: Account tokens not valid", self);
+        processEndPackageInfo(FAIL_ACCOUNT, self);
+        return;
+    }
+    if (s_ppInstallFiles) {
+        vyxLog(LOG_DEBUG, "%s: Need to free install files list", self);
+        freeStrArray(&s_ppInstallFiles);
+    }
+    s_InstallFileCompleted = 0;
+    s_InstallFileCount = 0;
+
+    if (!loadDownloadFileList() || s_FileCount == 0) {
+        vyxLog(LOG_DEBUG, "%s: no files from 'conf' file or default list", self);
+        if (!s_bUseOnRamp) {
+            processEndPackageInfo(FAIL_NONE, self);
+            return;
+        }
+        s_CurlHandle = curl_easy_init();
+        if (!checkOnRampInfo())
+            failedOnRamp(self);
+        return;
+    }
+    createDeleteList();
+    s_CurlHandle = curl_easy_init();
+    if (s_bUseOnRamp) {
+        if (!checkOnRampInfo())
+            failedOnRamp(self);
+        return;
+    }
+    vyxLog(LOG_DEBUG, "%s: Skip on-ramp, go directly to local processing", self);
+    setDownloadStateMode(DSM_LOCAL, self);
+    beginInstallDelete();
+}
+
+// Waiting is what the status timer does while no connection is known; unknown counts as up.
+void startConnectionWait() {
+    s_LastMsgSecs = hostNowSeconds();
+    restartExitTimer(EXIT_TIMER_LONG_MS);
+    s_bWaitForInternet = true;
+    startStatusTimer(getStatusTimer(), statusTimerCB, STATUS_TIMER_MS);
+}
+
+bool checkOnRampInfo() {
+    static const char *const self = "checkOnRampInfo";
+    vyxLog(LOG_DEBUG, "%s: Started", self);
+    setDownloadStateMode(DSM_ONRAMP, self);
+    if (getConnectionStatus(false) == 0) {
+        vyxLog(LOG_DEBUG, "%s: no connection", self);
+        startConnectionWait();
+        return true;
+    }
+    if (!s_CurlHandle) {
+        vyxLog(LOG_DEBUG, "%s: No curl handle", self);
+        processEndPackageInfo(FAIL_CONNECT, self);
+        return true;
+    }
+    s_bWaitForInternet = false;
+    launchVYXCoreMessage("check", nullptr, nullptr);
+    vyxLog(LOG_DEBUG, "%s: Curl handle and connection...load profile", self);
+    return loadProfilePackageList(s_CurlHandle);
+}
+
+// ---------------------------------------------------------------------------------------------
+// The status timer
+
+void restartStatusTimer() {
+    startStatusTimer(getStatusTimer(), statusTimerCB, STATUS_TIMER_MS);
+}
+
+static void connectionWaitFired() {
+    static const char *const self = "statusTimerCB";
+    if (getConnectionStatus(false) != 0) {
+        vyxLog(LOG_DEBUG, "%s: Status timer fired and data connection found", self);
+        stopStatusTimer(getStatusTimer());
+        s_bWaitForInternet = false;
+        if (!s_CurlHandle) {
+            vyxLog(LOG_DEBUG, "%s: No curl handle, abandon", self);
+            processEndPackageInfo(FAIL_CONNECT, self);
+        } else if (s_StateMode == DSM_ONRAMP) {
+            launchVYXCoreMessage("check", nullptr, nullptr);
+            loadProfilePackageList(s_CurlHandle);
+        } else if (s_StateMode == DSM_LOCAL) {
+            launchVYXCoreMessage("check", nullptr, nullptr);
+            processNextPackageInfo();
+        } else {
+            vyxLog(LOG_DEBUG, "%s: Curl handle but profile problem, perhaps?", self);
+            releaseCurlHandle();
+            processEndPackageInfo(FAIL_CONNECT, self);
+        }
+        return;
+    }
+    int64_t waited = hostNowSeconds() - s_LastMsgSecs;
+    if (waited <= CONNECTION_WAIT_SECS) {
+        int64_t percent = waited * 100 / CONNECTION_WAIT_SECS;
+        g_autofree char *text = g_strdup_printf("%d", percent < 1    ? 0
+                                                      : percent > 99 ? 100
+                                                                     : static_cast<int>(percent));
+        launchVYXCoreMessage("waitConnect", nullptr, text);
+        restartStatusTimer();
+        return;
+    }
+    vyxLog(LOG_ALERT, "%s: Give up waiting for internet access", self);
+    if (s_CurlHandle) {
+        vyxLog(LOG_DEBUG, "%s: Need to cleanup curl handle", self);
+        releaseCurlHandle();
+    }
+    s_bWaitForInternet = false;
+    stopStatusTimer(getStatusTimer());
+    processEndPackageInfo(FAIL_CONNECT, self);
+}
+
+gboolean statusTimerCB(gpointer) {
+    if (s_bWaitForInternet)
+        connectionWaitFired();
+    else
+        installStatusTimerFired();
+    return TRUE;
+}
+
+// ---------------------------------------------------------------------------------------------
+// The last step: start the demonstration application
+
+static bool inPackageIds(StrArray ids, unsigned count, const char *packageId) {
+    return prvFindInStringArray(ids, static_cast<int>(count), packageId) >= 0;
+}
+
+// Splits a list into package ids, cutting the first `count` items at their TAB.
+static StrArray splitPackageIds(const char *list, unsigned count) {
+    StrArray items = g_strsplit(list ? list : "", getStringSeparator(), -1);
+    for (unsigned i = 0; i < count && items[i]; i++)
+        if (char *tab = strchr(items[i], '\t'))
+            *tab = '\0';
+    return items;
+}
+
+// The demonstration can't run: a start run tells the user why, any other run wakes the
+// application that is there.
+static void cannotRunDemo(const char *appId, bool sleepFirst) {
+    if (!s_bStartupVyxMode) {
+        launchVYXAction("power", nullptr, nullptr);
+        return;
+    }
+    bool valid = validAccountTokens();
+    setVyxAppPresent(0);
+    clearKovaDemoPref();
+    if (sleepFirst && !valid)
+        hostSleepSeconds(2);
+    launchVYXCoreMessage(valid ? "disableVYX" : "noProfile", appId, nullptr);
+}
+
+void startupApplication(const char *changedList, unsigned changedCount, const char *currentList,
+                        unsigned currentCount) {
+    static const char *const self = "startupApplication";
+    vyxLog(LOG_DEBUG, "%s: Started, Apps %s", self, currentList ? currentList : "");
+    restartExitTimer(EXIT_TIMER_LONG_MS);
+
+    if (currentCount == 0) {
+        vyxLog(LOG_ALERT, "%s: No files present", self);
+        cannotRunDemo(nullptr, false);
+        if (!validAccountTokens())
+            hostSleepSeconds(2);
+        setDownloadStateMode(DSM_IDLE, self);
+        clearPkgListJSON();
+        return;
+    }
+    if (s_StateMode == DSM_RECONCILE)
+        vyxLog(LOG_DEBUG, "%s: Started", self);
+    else
+        vyxLog(LOG_ALERT, "%s: Unexpected state mode: %d", self, s_StateMode);
+    setDownloadStateMode(DSM_STARTUP, self);
+
+    g_auto(GStrv) changed = splitPackageIds(changedList, changedCount);
+    vyxLog(LOG_DEBUG, "%s: Changed List: %s", self, changedList ? changedList : "");
+    g_auto(GStrv) current = splitPackageIds(currentList, currentCount);
+    vyxLog(LOG_DEBUG, "%s: Loaded List: %s", self, currentList ? currentList : "");
+
+    char appId[101] = {};
+    char packageId[101] = {};
+    bool reboot = false;
+    getCurrentVyxApp(appId, &reboot);
+    getPackageFromApp(packageId, appId, sizeof packageId);
+    if (!s_bStartupVyxMode)
+        reboot = false;
+
+    if (inPackageIds(changed, changedCount, VYX_CORE_APP_ID)) {
+        vyxLog(LOG_DEBUG, "%s: vyxCore changed", self);
+        launchVYXCoreAction("initialize", appId, false, nullptr);
+        s_bSetRebootAtEnd = true;
+    }
+    if (inPackageIds(changed, changedCount, packageId) ||
+        inPackageIds(changed, changedCount, VYX_SERVICE_DATA_PACKAGE)) {
+        vyxLog(LOG_DEBUG, "%s: Trigger a reboot because '%s' or '%s' updated/installed", self,
+               VYX_SERVICE_DATA_PACKAGE, packageId);
+        s_bSetRebootAtEnd = true;
+    }
+
+    if (!inPackageIds(current, currentCount, packageId)) {
+        vyxLog(LOG_ALERT, "%s: VYX package %s not found and not installed", self, packageId);
+        cannotRunDemo(appId, true);
+        setDownloadStateMode(DSM_IDLE, self);
+        clearPkgListJSON();
+        return;
+    }
+
+    char video[101] = {};
+    getVyxVideoName(video);
+    g_autofree char *details = video[0] ? g_strdup_printf(DEMO_DETAILS_FORMAT, appId, video)
+                                        : g_strdup_printf(DEMO_DETAILS_NO_VIDEO_FORMAT, appId);
+    setKovaDemoPref(details);
+    if (!reboot)
+        reboot = s_bSetRebootAtEnd;
+    setVyxAppPresent(1);
+
+    if (g_strcmp0(getVyxAppName(), appId) != 0) {
+        g_autofree char *exitPayload = g_strdup_printf(DEMO_EXIT_FORMAT, appId);
+        vyxLog(LOG_DEBUG, "%s: End prior VYX, if running: %s", self, exitPayload);
+        callService(self, APP_MANAGER_LAUNCH, exitPayload, genericCB);
+    }
+    setVyxAppName(appId);
+    launchVYXCoreAction("startVyx", appId, false, nullptr);
+    g_autofree char *startPayload =
+        g_strdup_printf(DEMO_START_FORMAT, appId, reboot ? "reboot" : "initialize");
+    vyxLog(LOG_DEBUG, "%s: Start VYX: %s", self, startPayload);
+    callService(self, APP_MANAGER_LAUNCH, startPayload, prvRunVYXCB);
+    clearPkgListJSON();
+}
+
+bool prvRunVYXCB(BusHandle *, BusMessage *reply, void *) {
+    static const char *const self = "prvRunVYXCB";
+    JsonTree root = prvKSMessageGetPayloadJSON(reply);
+    if (ignoreJsonResponse(root.get(), self))
+        return true;
+    vyxLog(LOG_DEBUG, "%s: payload %s", self, logText(KSMessageGetPayload(reply)));
+    bool started = root && isJsonObjectTrue(prvJsonFindFirstLabel(root.get(), "returnValue", self));
+    if (started) {
+        setVyxAppPresent(1);
+        stopExitTimer(getExitTimer());
+        startExitTimer(getExitTimer(), exitTimerCB, EXIT_TIMER_SHORT_MS);
+    }
+    if (s_StateMode != DSM_STARTUP)
+        vyxLog(LOG_ALERT, "%s: Unexpected state mode: %d", self, s_StateMode);
+    setDownloadStateMode(DSM_IDLE, self);
+    if (!started) {
+        vyxLog(LOG_ALERT, "%s: Can't find an VYX program to run, disabling VYX mode", self);
+        clearKovaDemoPref();
+        setVyxAppPresent(0);
+        launchVYXCoreMessage("disableVYX", nullptr, nullptr);
+    }
+    return true;
+}
+
+void appdownloadMemoryFree() {
+    freeStrArray(&s_ppFiles);
+    freeStrArray(&s_ppOptionalFiles);
+    freeStrArray(&s_ppPurgeFiles);
+    freeStrArray(&s_ppInstallFiles);
+    freeStrArray(&s_ppProfileFiles);
+    s_FileCount = s_OptionalFileCount = s_PurgeFileCount = 0;
+    releaseCurlHandle();
+    resetDownloadFileProgress();
+}

@@ -1,5 +1,8 @@
-// The provisioning run's state and the demonstration application's presence flag.
+// A provisioning run: its state, its start, the on-ramp step that asks the store for the user's
+// profile, the wait for a connection, and the final start of the demonstration application.
 #pragma once
+
+#include "platform/bus.h"
 
 enum DownloadStateMode {
     DSM_IDLE = 0,
@@ -21,5 +24,12 @@ int isVyxAppPresent();
 
 // Starts a run (only while none is in progress).
 void initiateFileDownload();
+// The listing that starts the run has arrived and been cached.
+void startFileDownload();
+bool checkOnRampInfo();
+// Lists are ";"-joined, items "id" or "id<TAB>version"; either may be null.
+void startupApplication(const char *changedList, unsigned changedCount, const char *currentList,
+                        unsigned currentCount);
+bool prvRunVYXCB(BusHandle *handle, BusMessage *reply, void *context);
 
 void appdownloadMemoryFree();

@@ -192,6 +192,7 @@ TEST_P(DemoSwitch, RepliesWritesThePreferenceAndStartsOrStops) {
     if (std::string(c.stored) == DEMO_ON)
         apps.insert(apps.begin(), {VYX, 1234});
     running = runningList(apps);
+    appManager.silent("/", "listPackages"); // the run a switch starts is provisioning's business
     startWithDemo(c.stored);
     spinFor(50);
     size_t writesBefore = systemService.count("setPreferences");

@@ -1,0 +1,38 @@
+// Following the installs the walk asked for: the install service's status, polled every
+// 2000 ms, the progress table, and the overall percent the core application shows.
+#pragma once
+
+#include <stdint.h>
+
+#include "platform/bus.h"
+
+enum InstallStatusCode {
+    INSTALL_DONE = 0,
+    INSTALL_ACTIVE = 1,
+    INSTALL_DOWNLOADING = 2,
+    INSTALL_ICON = 3,
+    INSTALL_CANCELED = 4,
+    INSTALL_PAUSED = 5,
+    INSTALL_FAILED = 6,
+    INSTALL_REMOVING = 7,
+    INSTALL_REMOVED = 8,
+    INSTALL_UNKNOWN = 90,
+    INSTALL_INVALID = 91,
+};
+
+struct InstallProgressEntry {
+    char id[256];
+    uint32_t size;
+    uint32_t percent;
+    InstallStatusCode state;
+    bool seen;
+};
+
+bool requestInstallStatus();
+bool installStatusCB(BusHandle *handle, BusMessage *reply, void *context);
+InstallStatusCode getStatusInstallService(const char *state, const char *progress,
+                                          unsigned *progressOut);
+bool updateInstallProgressTable(const char *id, InstallStatusCode code, unsigned progress);
+void addToInstallProgressTable(const char *id, uint32_t size);
+unsigned computeInstallPercent();
+void resetDownloadFileProgress();
