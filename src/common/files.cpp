@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "common/texts.h"
 #include "platform/log.h"
 #include "platform/paths.h"
 
@@ -53,7 +54,7 @@ void copyRoleFiles() {
 bool getPackageFromApp(char *buffer, const char *appId, size_t size) {
     if (!buffer || !appId || !*appId || size == 0)
         return false;
-    g_strlcpy(buffer, appId, size);
+    copyReceivedText(buffer, appId, size);
     size_t length = strlen(buffer);
     if (length >= 5 && g_ascii_strcasecmp(buffer + length - 4, ".app") == 0)
         buffer[length - 4] = '\0';

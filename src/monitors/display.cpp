@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "common/json_access.h"
+#include "common/texts.h"
 #include "platform/log.h"
 #include "provision/download.h"
 #include "service/app_control.h"
@@ -130,9 +131,9 @@ static bool prvSetExtractDisplayState(BusMessage *message) {
     spLastDisplayEvent[0] = '\0';
     spLastDisplayState[0] = '\0';
     if (eventText)
-        g_strlcpy(spLastDisplayEvent, eventText, DISPLAY_TEXT_LIMIT + 1);
+        copyReceivedText(spLastDisplayEvent, eventText, DISPLAY_TEXT_LIMIT + 1);
     if (const char *stateText = stringValue(state))
-        g_strlcpy(spLastDisplayState, stateText, DISPLAY_TEXT_LIMIT + 1);
+        copyReceivedText(spLastDisplayState, stateText, DISPLAY_TEXT_LIMIT + 1);
     sbIsDockMode = docked;
     vyxLog(LOG_DEBUG, "%s: 'displayChange' event: [%s], display state: [%s]", self,
            spLastDisplayEvent, spLastDisplayState);

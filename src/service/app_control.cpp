@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include "common/json_access.h"
+#include "common/texts.h"
 #include "platform/host.h"
 #include "platform/log.h"
 #include "provision/download.h"
@@ -31,7 +32,7 @@ static bool s_bWaitForVyxCore = false;
 static int64_t s_timeLastVyxCoreMessage = 0;
 
 static void copyCoreText(char (&field)[101], const char *text) {
-    g_strlcpy(field, text ? text : "", CORE_TEXT_LIMIT + 1);
+    copyReceivedText(field, text, CORE_TEXT_LIMIT + 1);
 }
 
 static void clearPendingCoreMessage() {

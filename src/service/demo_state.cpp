@@ -5,6 +5,7 @@
 
 #include "common/files.h"
 #include "common/json_access.h"
+#include "common/texts.h"
 #include "monitors/display.h"
 #include "platform/host.h"
 #include "platform/log.h"
@@ -43,7 +44,7 @@ void setVyxAppName(const char *name) {
         vyxLog(LOG_ALERT, "%s: NULL Parameter passed", "setVyxAppName");
         return;
     }
-    g_strlcpy(s_vyxAppName, name, sizeof s_vyxAppName);
+    copyReceivedText(s_vyxAppName, name, sizeof s_vyxAppName);
     if (!getPackageFromApp(s_vyxPackageName, s_vyxAppName, sizeof s_vyxPackageName))
         s_vyxPackageName[0] = '\0';
 }

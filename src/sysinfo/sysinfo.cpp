@@ -5,6 +5,7 @@
 #include <string.h>
 
 #include "common/json_access.h"
+#include "common/texts.h"
 #include "platform/log.h"
 #include "service/app_control.h"
 #include "service/service.h"
@@ -185,11 +186,11 @@ bool accountTokenCB(BusHandle *, BusMessage *reply, void *) {
     }
     if (s_queryStatus[SI_ACCOUNT_TOKEN] != QUERY_OBTAINED && token && alias && state) {
         vyxLog(LOG_DEBUG, "%s: payload %s", self, payload);
-        g_strlcpy(s_accountToken[0], token, TEXT_SIZE);
-        g_strlcpy(s_accountToken[1], alias, TEXT_SIZE);
-        g_strlcpy(s_accountToken[2], state, TEXT_SIZE);
+        copyReceivedText(s_accountToken[0], token, TEXT_SIZE);
+        copyReceivedText(s_accountToken[1], alias, TEXT_SIZE);
+        copyReceivedText(s_accountToken[2], state, TEXT_SIZE);
         if (uniqueId)
-            g_strlcpy(s_accountToken[3], uniqueId, TEXT_SIZE);
+            copyReceivedText(s_accountToken[3], uniqueId, TEXT_SIZE);
         s_queryStatus[SI_ACCOUNT_TOKEN] = QUERY_OBTAINED;
         prvCompletionCheck(self);
         restartExitTimer(EXIT_TIMER_LONG_MS);
@@ -249,7 +250,7 @@ bool carrierCB(BusHandle *, BusMessage *reply, void *) {
         for (const JsonNode *element = array->child; element; element = element->next) {
             const char *carrier = prvMemberText(element, "com.velto.properties.DMCARRIER", self);
             if (carrier) {
-                g_strlcpy(s_carrierId, carrier, CARRIER_MAX + 1);
+                copyReceivedText(s_carrierId, carrier, CARRIER_MAX + 1);
                 carrierFound = true;
             }
             const char *machine = prvMemberText(element, "com.velto.properties.machineName", self);
@@ -284,7 +285,7 @@ bool deviceIdCB(BusHandle *, BusMessage *reply, void *) {
     const char *deviceId = prvMemberText(root.get(), "deviceId", self);
     if (deviceId) {
         vyxLog(LOG_DEBUG, "%s: payload %s", self, logText(KSMessageGetPayload(reply)));
-        g_strlcpy(s_deviceId, deviceId, sizeof s_deviceId);
+        copyReceivedText(s_deviceId, deviceId, sizeof s_deviceId);
         s_queryStatus[SI_DEVICE_ID] = QUERY_OBTAINED;
         prvCompletionCheck(self);
         restartExitTimer(EXIT_TIMER_LONG_MS);
@@ -313,7 +314,8 @@ bool localeCB(BusHandle *, BusMessage *reply, void *) {
     if (language && country) {
         vyxLog(LOG_DEBUG, "%s: payload %s", self, logText(KSMessageGetPayload(reply)));
         // Cut at the field's end: an overlong country code loses its tail first.
-        g_snprintf(s_locale, sizeof s_locale, "%s_%s", language, country);
+        g_autofree char *joined = g_strdup_printf("%s_%s", language, country);
+        copyReceivedText(s_locale, joined, sizeof s_locale);
     } else {
         vyxLog(LOG_DEBUG, "%s: locale not found, use en_us", self);
         g_strlcpy(s_locale, "en_us", sizeof s_locale);
@@ -332,7 +334,7 @@ bool serverUrlCB(BusHandle *, BusMessage *reply, void *) {
     const char *serverUrl = prvMemberText(root.get(), "serverUrl", self);
     if (serverUrl) {
         vyxLog(LOG_DEBUG, "%s: payload %s", self, logText(KSMessageGetPayload(reply)));
-        g_strlcpy(s_serverUrl, serverUrl, sizeof s_serverUrl);
+        copyReceivedText(s_serverUrl, serverUrl, sizeof s_serverUrl);
         s_queryStatus[SI_SERVER_URL] = QUERY_OBTAINED;
         restartExitTimer(EXIT_TIMER_LONG_MS);
         prvCompletionCheck(self);

@@ -200,6 +200,10 @@ TEST_P(ItemReply, StoredTextFollowsTheReply) {
         getVyxVideoName(video);
         EXPECT_STREQ(video, c.video);
     }
+    // However a text was cut, the reply that carries it stays JSON and loses no character.
+    std::string details = call("downloadAppInfo", "{}");
+    EXPECT_TRUE(jsonParse(details.c_str())) << details;
+    EXPECT_EQ(details.find("\xef\xbf\xbd"), std::string::npos) << details;
 }
 
 #define CARRIER "\"com.velto.properties.DMCARRIER\""
@@ -217,6 +221,17 @@ INSTANTIATE_TEST_SUITE_P(
                  R"({"token":")" + std::string(150, 't') +
                      R"(","accountAlias":"a","accountState":"s"})",
                  std::string(100, 't')},
+        ItemCase{"TokenCutBeforeAnEscape", SI_ACCOUNT_TOKEN,
+                 R"({"token":")" + std::string(99, 't') +
+                     R"(\"","accountAlias":"a","accountState":"s"})",
+                 std::string(99, 't')},
+        ItemCase{"LocaleCutBeforeACharacter", SI_LOCALE,
+                 R"({"locale":{"languageCode":"en","countryCode":")" + std::string(96, 'C') +
+                     "\xc3\xa9\"}}",
+                 "en_" + std::string(96, 'C')},
+        ItemCase{"DeviceIdCutBeforeACharacter", SI_DEVICE_ID,
+                 R"({"deviceId":")" + std::string(99, 'd') + "\xe2\x82\xac\"}",
+                 std::string(99, 'd')},
         ItemCase{"TokenWithoutStateFails", SI_ACCOUNT_TOKEN,
                  R"({"token":"t","accountAlias":"a","accountState":null})", ""},
         ItemCase{"DeviceIdCutAt100", SI_DEVICE_ID,
@@ -239,6 +254,9 @@ INSTANTIATE_TEST_SUITE_P(
                  values("[{" CARRIER ":null," MACHINE ":true}]"), "ROW"},
         ItemCase{"CarrierCutAt99", SI_CARRIER,
                  values("[{" CARRIER ":\"" + std::string(150, 'c') + "\"}]"), std::string(99, 'c')},
+        ItemCase{"CarrierCutBeforeAUnicodeEscape", SI_CARRIER,
+                 values("[{" CARRIER ":\"" + std::string(95, 'c') + "\\u00e9\"}]"),
+                 std::string(95, 'c')},
         ItemCase{"NoValues", SI_CARRIER, R"({"returnValue":true})", "ROW"}),
     caseName);
 
