@@ -158,18 +158,10 @@ const PrefCase PREF_CASES[] = {
 
 INSTANTIATE_TEST_SUITE_P(Cases, StoredPreference, testing::ValuesIn(PREF_CASES), rowName);
 
-// A stored application id longer than its field reaches the launch cut on a whole character.
-struct TailCase {
-    const char *name, *tail; // the tail follows 98 characters and does not fit after them
-    friend void PrintTo(const TailCase &c, std::ostream *os) { *os << c.name; }
-};
-
-class LongApplication : public CoreScenario, public testing::WithParamInterface<TailCase> {};
-
-TEST_P(LongApplication, LaunchPayloadStaysJson) {
+// A stored application id longer than its field reaches the launch cut on a whole escape.
+TEST_F(DemoBoot, LongApplicationIdLaunchPayloadStaysJson) {
     const std::string kept(98, 'a');
-    startWithDemo(
-        onWith(R"("application":")" + kept + GetParam().tail + R"(","autoRun":true)").c_str());
+    startWithDemo(onWith(R"("application":")" + kept + R"(\u00e9","autoRun":true)").c_str());
     EXPECT_EQ(call("demoState", R"({"onBoot":true})"), demoStateReply("on"));
     ASSERT_TRUE(waitUntil([&] { return appRequests().size() >= 2; }, "the launches"));
     EXPECT_EQ(launches(VYX_CORE_APP_ID, false),
@@ -177,11 +169,6 @@ TEST_P(LongApplication, LaunchPayloadStaysJson) {
     for (const std::string &launch : launches(""))
         EXPECT_TRUE(jsonParse(launch.c_str())) << launch;
 }
-
-INSTANTIATE_TEST_SUITE_P(Tails, LongApplication,
-                         testing::Values(TailCase{"UnicodeEscape", "\\u00e9"},
-                                         TailCase{"ThreeByteCharacter", "\xe2\x82\xac"}),
-                         rowName);
 
 std::string closed(int pid) {
     return "close " + closeOf(pid);

@@ -229,9 +229,6 @@ INSTANTIATE_TEST_SUITE_P(
                  R"({"locale":{"languageCode":"en","countryCode":")" + std::string(96, 'C') +
                      "\xc3\xa9\"}}",
                  "en_" + std::string(96, 'C')},
-        ItemCase{"DeviceIdCutBeforeACharacter", SI_DEVICE_ID,
-                 R"({"deviceId":")" + std::string(99, 'd') + "\xe2\x82\xac\"}",
-                 std::string(99, 'd')},
         ItemCase{"TokenWithoutStateFails", SI_ACCOUNT_TOKEN,
                  R"({"token":"t","accountAlias":"a","accountState":null})", ""},
         ItemCase{"DeviceIdCutAt100", SI_DEVICE_ID,
