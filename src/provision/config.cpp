@@ -7,6 +7,7 @@
 
 #include "common/files.h"
 #include "common/json_access.h"
+#include "common/texts.h"
 #include "platform/log.h"
 #include "platform/paths.h"
 #include "provision/run_state.h"
@@ -146,7 +147,7 @@ bool getCurrentVyxApp(char *appId, bool *reboot) {
     g_autofree char *run = g_key_file_get_string(keyFile, CONFIG_GROUP, "RUN", nullptr);
     if (!run || !*run || !appId)
         return false;
-    g_strlcpy(appId, run, 100);
+    copyReceivedText(appId, run, 100);
     return true;
 }
 

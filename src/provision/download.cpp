@@ -214,7 +214,7 @@ static void connectionWaitFired() {
     processEndPackageInfo(FAIL_CONNECT, self);
 }
 
-gboolean statusTimerCB(gpointer) {
+int statusTimerCB(void *) {
     if (s_bWaitForInternet)
         connectionWaitFired();
     else

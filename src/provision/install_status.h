@@ -28,6 +28,8 @@ struct InstallProgressEntry {
     bool seen;
 };
 
+// Every 2000 ms while a run waits for a connection or for installs to finish.
+int statusTimerCB(void *data);
 bool requestInstallStatus();
 bool installStatusCB(BusHandle *handle, BusMessage *reply, void *context);
 InstallStatusCode getStatusInstallService(const char *state, const char *progress,

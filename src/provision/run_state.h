@@ -41,7 +41,6 @@ void releaseCurlHandle();
 void freeStrArray(StrArray *array);
 
 // The two halves of the status timer: the wait for a connection and the install status poll.
-gboolean statusTimerCB(gpointer data);
 void restartStatusTimer();
 void startConnectionWait();
 void installStatusTimerFired();

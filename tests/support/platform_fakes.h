@@ -13,9 +13,10 @@ struct PlatformFakes {
     FakeService deviceProfile{"com.velto.deviceprofile"};
     FakeService activities{"com.velto.activitymanager"};
     FakeService connMgr{"com.velto.connectionmanager"};
+    FakeService installService{"com.velto.appInstallService"};
 
     std::vector<FakeService *> allFakes() {
         return {&appManager,    &systemService, &accounts, &properties,
-                &deviceProfile, &activities,    &connMgr};
+                &deviceProfile, &activities,    &connMgr,  &installService};
     }
 };
