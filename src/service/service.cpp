@@ -9,6 +9,7 @@
 #include "platform/host.h"
 #include "platform/log.h"
 #include "provision/download.h"
+#include "service/config_methods.h"
 #include "service/demo_state.h"
 #include "store/app_listing.h"
 #include "sysinfo/download_info.h"
@@ -30,6 +31,8 @@ static const BusMethod methods[] = {
     {"closetutorial", notSupported, 0},
     {"downloadAppInfo", downloadSystemInfo, 0},
     {"sendDownloadStatus", notSupported, 0},
+    {"assignConfigFile", assignConfigFile, 0},
+    {"verifyPackages", verifyPackages, 0},
     {"displayChange", displayChange, 0},
     {nullptr, nullptr, 0},
 };
