@@ -19,7 +19,7 @@ struct Pkg {
     std::string id;
     std::string version = "1.0";
     bool user = true;
-    std::string icon; // none when empty
+    std::string icon = {}; // none when empty
 };
 
 inline std::string listing(const std::vector<Pkg> &packages) {
