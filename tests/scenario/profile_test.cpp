@@ -1,0 +1,113 @@
+// The user's store profile against a real HTTP server: how each reply is read and which saved
+// packages are handed over for deletion; the saved profile list file.
+#include "store/app_detail.h"
+#include "store/profile.h"
+#include "store_fixture.h"
+
+using namespace std::string_literals;
+
+namespace {
+
+const char BODY[] = "{'InGetUserAppsV2':{'accountTokenInfo':{'token':'tok','deviceId':'dev-1',"
+                    "'email':'a@b.c','carrier':'VZW'}, 'locale':'en_US'} }";
+const char NO_ID[] =
+    R"({"OutGetUserInstalledAppsV2":{"userApps":[{"x":1},{"publicApplicationId":"p"}]}})";
+const char TOP_ARRAY[] = R"({"OutGetUserInstalledAppsV2":[]})";
+const char NO_APPS[] = R"({"OutGetUserInstalledAppsV2":{}})";
+
+std::string profile(const std::string &userApps) {
+    return R"({"OutGetUserInstalledAppsV2":{"userApps":)" + userApps + "}}";
+}
+
+struct ProfileCase {
+    const char *name;
+    const char *saved; // the profile list file of the last run; null for none
+    StoreReply reply;
+    bool result;
+    std::vector<LogLine> lines;
+    const char *absent; // a fragment no line may hold; null for none
+    friend void PrintTo(const ProfileCase &c, std::ostream *os) { *os << c.name; }
+};
+
+const std::string PARSE = "parseBazaroProfileResponse: ";
+const std::string VERIFY = "verifyProfilePackages: ";
+
+// clang-format off
+const ProfileCase PROFILE_CASES[] = {
+    {"DepartedPackagesHandedOver", "a;b;c",
+     {200, {profile(R"([{"publicApplicationId":"b"},{"publicApplicationId":"d"}])")}}, true,
+     {{LOG_DEBUG, PARSE + "Processed 2 URLs, packages: b;d"},
+      {LOG_DEBUG, VERIFY + "2 items in delete list: a;c"}}, nullptr},
+    {"EmptyProfileHandsOverAllSaved", "a;b", {200, {profile("[]")}}, true,
+     {{LOG_DEBUG, PARSE + "Processed 0 URLs, packages: <<empty>>"},
+      {LOG_DEBUG, VERIFY + "Delete list: a;b"}}, nullptr},
+    {"NoSavedFileNothingDeparts", nullptr, {200, {profile(R"([{"publicApplicationId":"x"}])")}},
+     true, {{LOG_DEBUG, PARSE + "Processed 1 URLs, packages: x"}}, "verifyProfilePackages"},
+    {"SingleObject", "solo;old", {200, {profile(R"({"publicApplicationId":"solo"})")}}, true,
+     {{LOG_DEBUG, PARSE + "Processed 1 URLs, packages: solo"},
+      {LOG_DEBUG, VERIFY + "1 items in delete list: old"}}, nullptr},
+    {"ElementWithoutIdSkipped", nullptr, {200, {NO_ID}}, true,
+     {{LOG_ALERT, PARSE + "Array element [1] doesn't have a 'publicApplicationId' element: " + NO_ID},
+      {LOG_DEBUG, PARSE + "Processed 2 URLs, packages: p"}}, nullptr},
+    {"ServiceErrorSkipsSavedFile", "a", {500, {R"({"JSONException":{"message":"denied"}})"}}, true,
+     {{LOG_ALERT, PARSE + "denied"}}, "verifyProfilePackages"},
+    {"UnexpectedTypeHandsOverAllSaved", "a;b", {200, {profile("\"x\"")}}, false,
+     {{LOG_DEBUG, PARSE + "'userApps' element has unexpected type [string]"},
+      {LOG_DEBUG, VERIFY + "Delete list: a;b"}}, nullptr},
+    {"TopValueNotObject", "a", {200, {TOP_ARRAY}}, true,
+     {{LOG_DEBUG, PARSE + "No applications in the profile: " + TOP_ARRAY}}, "verifyProfilePackages"},
+    {"NoUserApps", "a", {200, {NO_APPS}}, false,
+     {{LOG_DEBUG, PARSE + "Couldn't find 'userApps' element : " + NO_APPS}}, "verifyProfilePackages"},
+    {"NotJson", "a", {200, {"oops"}}, false,
+     {{LOG_ALERT, PARSE + "Malformed reply or invalid reply: oops"}}, "verifyProfilePackages"},
+    {"NoBody", "a", {200, {}}, false, {{LOG_ERR, PARSE + "Reply is NULL, can't process"}},
+     "verifyProfilePackages"},
+};
+// clang-format on
+
+class ProfileQuery : public StoreScenario, public ::testing::WithParamInterface<ProfileCase> {};
+
+TEST_P(ProfileQuery, RequestAndReply) {
+    const ProfileCase &c = GetParam();
+    if (c.saved)
+        writeFile(PROFILE_LIST_FILE, c.saved);
+    StoreServer store(c.reply);
+    startWith(store.url());
+    EXPECT_EQ(loadProfilePackageList(handle), c.result);
+    for (const LogLine &line : c.lines)
+        EXPECT_TRUE(LogCapture::has(line.priority, line.text)) << line.text << LogCapture::dump();
+    if (c.absent) {
+        EXPECT_FALSE(LogCapture::contains(c.absent)) << LogCapture::dump();
+    }
+    expectOneRequest(store, "getUserInstalledApps_ext2", BODY);
+    // The saved list is only read here; the run's end writes the new one.
+    EXPECT_EQ(readFile(PROFILE_LIST_FILE), c.saved ? c.saved : "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Store, ProfileQuery, ::testing::ValuesIn(PROFILE_CASES), core::rowName);
+
+TEST_F(StoreScenario, DetailQueryAfterProfileQueryOnOneHandleGetsItsOwnReply) {
+    StoreServer store({200, {R"({"JSONException":{"message":"m"}})"}});
+    startWith(store.url());
+    EXPECT_TRUE(loadProfilePackageList(handle));
+    bool found = true;
+    EXPECT_TRUE(checkBazaro(handle, "com.x", "", &found, nullptr, nullptr));
+    EXPECT_FALSE(found);
+    EXPECT_TRUE(LogCapture::has(LOG_ALERT, "parseBazaroResponse: [com.x] m"));
+}
+
+TEST_F(BusTest, SavedProfileListIsReplacedWholeAndRemovedWhenEmpty) {
+    writeFile(PROFILE_LIST_FILE, "old;and;longer");
+    g_auto(GStrv) entries = g_strsplit("x;y", ";", -1);
+    EXPECT_TRUE(saveProfileFileList(entries));
+    EXPECT_EQ(readFile(PROFILE_LIST_FILE), "x;y");
+    EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "saveProfileFileList: Saved: x;y"));
+    g_auto(GStrv) none = g_strsplit("", ";", -1);
+    EXPECT_TRUE(saveProfileFileList(none));
+    EXPECT_FALSE(fileExists(PROFILE_LIST_FILE));
+    writeFile(PROFILE_LIST_FILE, "x");
+    EXPECT_TRUE(saveProfileFileList(nullptr));
+    EXPECT_FALSE(fileExists(PROFILE_LIST_FILE));
+}
+
+} // namespace
