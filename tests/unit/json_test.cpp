@@ -13,7 +13,7 @@
 namespace {
 
 std::string corpusDir() {
-    return std::string(VYX_SHARED_DIR) + "/jsontestsuite";
+    return std::string(VYX_SOURCE_DIR) + "/tests/fuzz/corpus/json";
 }
 
 std::vector<std::string> corpusFiles(const char *prefix) {
