@@ -1,0 +1,29 @@
+# The daemon as a system service: the system bus starts it on the first call to its name (through
+# systemd when the bus runs under systemd), and it ends itself when idle.
+include(GNUInstallDirs)
+
+set(VYX_SYSTEMD_UNIT_DIR "${CMAKE_INSTALL_PREFIX}/lib/systemd/system"
+    CACHE PATH "Directory of systemd system units")
+set(VYX_TMPFILES_DIR "${CMAKE_INSTALL_PREFIX}/lib/tmpfiles.d"
+    CACHE PATH "Directory of systemd-tmpfiles configuration")
+set(VYX_DBUS_POLICY_DIR "${CMAKE_INSTALL_DATADIR}/dbus-1/system.d")
+set(VYX_DBUS_SERVICE_DIR "${CMAKE_INSTALL_DATADIR}/dbus-1/system-services")
+
+configure_file(dist/vyxstaged.service.in dist/vyxstaged.service @ONLY)
+configure_file(dist/com.velto.vyxService.service.in dist/com.velto.vyxService.service @ONLY)
+
+install(TARGETS vyxstaged RUNTIME DESTINATION ${CMAKE_INSTALL_LIBEXECDIR} COMPONENT daemon)
+if(TARGET vyxctl)
+  install(TARGETS vyxctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT daemon)
+endif()
+if(TARGET vyxsim)
+  install(TARGETS vyxsim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT simulator)
+endif()
+install(FILES ${CMAKE_BINARY_DIR}/dist/vyxstaged.service
+        DESTINATION ${VYX_SYSTEMD_UNIT_DIR} COMPONENT daemon)
+install(FILES dist/vyxstaged.tmpfiles
+        DESTINATION ${VYX_TMPFILES_DIR} RENAME vyxstaged.conf COMPONENT daemon)
+install(FILES dist/com.velto.vyxService.conf
+        DESTINATION ${VYX_DBUS_POLICY_DIR} COMPONENT daemon)
+install(FILES ${CMAKE_BINARY_DIR}/dist/com.velto.vyxService.service
+        DESTINATION ${VYX_DBUS_SERVICE_DIR} COMPONENT daemon)
