@@ -27,3 +27,6 @@ VYX_BUILD_PACKAGES=(cmake make g++ pkg-config libglib2.0-dev libglib2.0-bin libc
 VYX_TEST_PACKAGES=(libgtest-dev libgmock-dev googletest libbenchmark-dev)
 # What fuzzing adds.
 VYX_FUZZ_PACKAGES=(clang libclang-rt-14-dev)
+# What the installed-service tests add: systemd-analyze (its unit check looks for dbus.socket,
+# which dbus-system-bus-common brings) and xmllint.
+VYX_TEST_PACKAGES+=(systemd dbus-system-bus-common libxml2-utils)
