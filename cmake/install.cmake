@@ -2,10 +2,9 @@
 # systemd when the bus runs under systemd), and it ends itself when idle.
 include(GNUInstallDirs)
 
-set(VYX_SYSTEMD_UNIT_DIR "${CMAKE_INSTALL_PREFIX}/lib/systemd/system"
-    CACHE PATH "Directory of systemd system units")
-set(VYX_TMPFILES_DIR "${CMAKE_INSTALL_PREFIX}/lib/tmpfiles.d"
-    CACHE PATH "Directory of systemd-tmpfiles configuration")
+# Relative to the prefix unless given absolute; systemd reads both below /usr and /usr/local.
+set(VYX_SYSTEMD_UNIT_DIR "lib/systemd/system" CACHE STRING "Directory of systemd system units")
+set(VYX_TMPFILES_DIR "lib/tmpfiles.d" CACHE STRING "Directory of systemd-tmpfiles configuration")
 set(VYX_DBUS_POLICY_DIR "${CMAKE_INSTALL_DATADIR}/dbus-1/system.d")
 set(VYX_DBUS_SERVICE_DIR "${CMAKE_INSTALL_DATADIR}/dbus-1/system-services")
 
