@@ -79,6 +79,8 @@ start_bus() {
     <allow receive_type="error"/>
     <allow receive_type="signal"/>
     <allow send_destination="org.freedesktop.DBus" send_interface="org.freedesktop.DBus"/>
+    <allow send_destination="org.freedesktop.DBus"
+           send_interface="org.freedesktop.DBus.Introspectable"/>
   </policy>
   <policy user="daemon"><allow own="*"/></policy>
   <policy user="root"><allow send_type="method_call"/></policy>
