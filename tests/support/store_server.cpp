@@ -8,7 +8,11 @@
 
 #include <cstdlib>
 
-StoreServer::StoreServer(StoreReply reply) : m_reply(std::move(reply)) {
+StoreServer::StoreServer(StoreReply reply)
+    : StoreServer([reply](const StoreRequest &) { return reply; }) {}
+
+StoreServer::StoreServer(std::function<StoreReply(const StoreRequest &)> respond)
+    : m_respond(std::move(respond)) {
     m_listener = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in address = {};
     address.sin_family = AF_INET;
@@ -81,8 +85,9 @@ void StoreServer::serve() {
             std::lock_guard<std::mutex> lock(m_mutex);
             m_requests.push_back(request);
         }
-        if (!m_reply.hangUp) {
-            std::string text = replyText(m_reply);
+        StoreReply reply = m_respond(request);
+        if (!reply.hangUp) {
+            std::string text = replyText(reply);
             send(fd, text.data(), text.size(), MSG_NOSIGNAL);
         }
         close(fd);

@@ -2,6 +2,7 @@
 // daemon's transfers block its loop. Every request gets the one reply the test chose.
 #pragma once
 
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -21,6 +22,8 @@ struct StoreReply {
 class StoreServer {
   public:
     explicit StoreServer(StoreReply reply);
+    // A reply chosen per request, from the server's thread.
+    explicit StoreServer(std::function<StoreReply(const StoreRequest &)> respond);
     ~StoreServer();
     std::string url() const { return "http://127.0.0.1:" + std::to_string(m_port) + "/"; }
     std::vector<StoreRequest> requests();
@@ -28,7 +31,7 @@ class StoreServer {
   private:
     void serve();
 
-    StoreReply m_reply;
+    std::function<StoreReply(const StoreRequest &)> m_respond;
     int m_listener = -1;
     int m_port = 0;
     std::mutex m_mutex;
