@@ -574,7 +574,9 @@ bool KSCall(BusHandle *handle, const char *uri, const char *payload, BusMethodHa
     GDBusMessage *message = g_dbus_message_new_method_call(
         address.name.c_str(), address.path.c_str(), KS_INTERFACE, address.method.c_str());
     g_dbus_message_set_body(message, payloadVariant(payload));
-    GDBusMessageFlags flags = G_DBUS_MESSAGE_FLAGS_NO_AUTO_START;
+    // Calls may start a service the bus knows how to activate, as the daemon itself is started:
+    // a service that is neither running nor activatable still fails as not running.
+    GDBusMessageFlags flags = G_DBUS_MESSAGE_FLAGS_NONE;
     if (!callback)
         flags = GDBusMessageFlags(flags | G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
     g_dbus_message_set_flags(message, flags);
