@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <glib.h>
-#include <stdio.h>
 #include <string.h>
 
 #include <algorithm>
@@ -108,19 +107,13 @@ std::vector<std::string> allCorpusFiles() {
 
 INSTANTIATE_TEST_SUITE_P(JsonTestSuite, Corpus, ::testing::ValuesIn(allCorpusFiles()),
                          [](const auto &info) {
-                             // Test names allow only letters, digits and '_'; the corpus
-                             // names differ in punctuation alone ("-1.0." and "-1.0.."),
+                             // Corpus names differ in punctuation alone ("-1.0." and "-1.0.."),
                              // so spell it out instead of flattening it.
                              std::string name;
-                             for (char c : info.param.substr(0, info.param.size() - 5)) {
-                                 if (g_ascii_isalnum(c) || c == '_')
-                                     name += c;
-                                 else {
-                                     char hex[8];
-                                     snprintf(hex, sizeof hex, "_%02X", c & 0xFF);
-                                     name += hex;
-                                 }
-                             }
+                             for (char c : info.param.substr(0, info.param.size() - 5))
+                                 name += g_ascii_isalnum(c) || c == '_'
+                                             ? std::string(1, c)
+                                             : "_" + std::to_string(c & 0xFF);
                              return name;
                          });
 
@@ -135,102 +128,43 @@ TEST(JsonParse, AcceptsAndRejects) {
         const char *text;
         bool accepted;
     } cases[] = {
-        {" \t\r\n", false},
-        {" \t\r\n{} \t\r\n", true},
         {"\xEF\xBB\xBF{}", false}, // a byte order mark is not whitespace
-        {"nulll", false},
-        {"[1}", false},
-        {"{\"a\":1]", false},
-        {"\"\\u12G4\"", false},
-        {"\"\\uD800\"", true},   // escapes are kept as written, so a lone surrogate is just text
-        {"\"\xC0\xAF\"", false}, // overlong
+        {"\"\\uD800\"", true},     // escapes are kept as written, so a lone surrogate is just text
+        {"\"\xC0\xAF\"", false},   // overlong
         {"\"\xE0\x80\xAF\"", false},     // overlong
         {"\"\xED\xA0\x80\"", false},     // encoded surrogate
         {"\"\xF4\x90\x80\x80\"", false}, // above U+10FFFF
-        {"\"\xF0\x9F\x98\x80\"", true},
-        {"\"\xE2\x82\"", false}, // cut short by the closing quote
-        {"\"\xE2\x82", false},   // cut short by the end of the text
-        {"\"abc\\", false},
+        {"\"\xE2\x82\"", false},         // cut short by the closing quote
+        {"\"\xE2\x82", false},           // cut short by the end of the text
     };
-    for (const auto &c : cases) {
-        JsonTree tree = jsonParse(c.text);
-        EXPECT_EQ(tree != nullptr, c.accepted) << "text: " << c.text;
-    }
+    for (const auto &c : cases)
+        EXPECT_EQ(jsonParse(c.text) != nullptr, c.accepted) << "text: " << c.text;
     EXPECT_EQ(json_parse_document(nullptr), nullptr);
 }
 
-TEST(JsonParse, KeepsStringAndKeyTextsAsWritten) {
-    const char *texts[] = {
-        "",
-        "plain",
-        "a\\/b",
-        "\\\"quoted\\\"",
-        "\\\\server\\\\share",
-        "\\b\\f\\n\\r\\t",
-        "\\u0000 and \\uD834\\uDD1E",
-        "caf\xC3\xA9",
+// Written back, a parsed tree reads as the document it came from: types, order, duplicate keys,
+// and string, key and number texts exactly as written (escapes unresolved). The simulator and the
+// test harness rely on the writer; the daemon relies on the kept texts.
+TEST(JsonParse, KeepsEveryTextAsWrittenAndWritesItBack) {
+    const char *documents[] = {
+        R"({"a":[1,true,false,null,"s",{}],"b":{"c":"d"},"a":0})",
+        R"({"":[""],"a\/b":["\"quoted\"","\\\\server\\share"],"\b\f\n\r\t":"\u0000 \uD834\uDD1E"})",
+        "{\"caf\xC3\xA9\":\"caf\xC3\xA9\"}",
+        "[0,-0,42,-1,3.14,1e5,1E+05,-2.5e-10,123456789012345678901234567890,0.000]",
+        "[[[],{}]]",
+        "\"plain\"",
+        "-2.5e-10",
     };
-    for (const char *raw : texts) {
-        std::string document = std::string("{\"") + raw + "\":[\"" + raw + "\"]}";
-        JsonTree tree = jsonParse(document.c_str());
-        ASSERT_NE(tree, nullptr) << document;
-        JsonNode *label = tree->child;
-        ASSERT_NE(label, nullptr);
-        EXPECT_STREQ(label->text, raw);
-        EXPECT_STREQ(label->child->child->text, raw);
-        EXPECT_EQ(json_find_first_label(tree.get(), raw), label);
+    for (const char *document : documents) {
+        SCOPED_TRACE(document);
+        JsonTree tree = jsonParse(document);
+        ASSERT_TRUE(tree);
+        expectSoundTree(tree.get());
+        EXPECT_EQ(json_write(tree.get()), document);
     }
-}
-
-TEST(JsonParse, NumbersKeepTheirSourceText) {
-    const char *numbers[] = {"0",     "-0",       "42",
-                             "-1",    "3.14",     "1e5",
-                             "1E+05", "-2.5e-10", "123456789012345678901234567890",
-                             "0.000"};
-    for (const char *number : numbers) {
-        std::string document = std::string("[ ") + number + " , " + number + "]";
-        JsonTree tree = jsonParse(document.c_str());
-        ASSERT_NE(tree, nullptr) << document;
-        for (JsonNode *element = tree->child; element; element = element->next) {
-            EXPECT_EQ(element->type, JSON_NUMBER);
-            EXPECT_STREQ(element->text, number);
-        }
-        JsonTree alone = jsonParse(number);
-        ASSERT_NE(alone, nullptr);
-        EXPECT_STREQ(alone->text, number);
-    }
-}
-
-TEST(JsonParse, BuildsTheDescribedTreeShape) {
-    JsonTree tree = jsonParse(R"({"a":[1,true,false,null,"s",{}],"b":{"c":"d"},"a":0})");
-    ASSERT_NE(tree, nullptr);
-    expectSoundTree(tree.get());
-    ASSERT_EQ(tree->type, JSON_OBJECT);
-
-    JsonNode *a = tree->child;
-    JsonNode *b = a->next;
-    JsonNode *secondA = b->next;
-    EXPECT_EQ(secondA, tree->lastChild);
-    EXPECT_EQ(secondA->next, nullptr);
-    EXPECT_STREQ(a->text, "a");
-    EXPECT_STREQ(b->text, "b");
-
-    JsonNode *array = a->child;
-    ASSERT_EQ(array->type, JSON_ARRAY);
-    std::vector<json_value_type> types;
-    for (JsonNode *element = array->child; element; element = element->next)
-        types.push_back(element->type);
-    EXPECT_EQ(types, (std::vector<json_value_type>{JSON_NUMBER, JSON_TRUE, JSON_FALSE, JSON_NULL,
-                                                   JSON_STRING, JSON_OBJECT}));
-    EXPECT_EQ(array->lastChild->type, JSON_OBJECT);
-    EXPECT_EQ(array->lastChild->child, nullptr);
-    EXPECT_EQ(array->lastChild->previous->previous->type, JSON_NULL);
-
-    JsonNode *inner = b->child;
-    EXPECT_EQ(inner->parent, b);
-    EXPECT_STREQ(inner->child->text, "c");
-    EXPECT_STREQ(inner->child->child->text, "d");
-    EXPECT_EQ(inner->child->child->parent, inner->child);
+    JsonTree spaced = jsonParse(" \t\r\n{ \"k\" : [ 1 , 2 ] } \t\r\n");
+    EXPECT_EQ(json_write(spaced.get()), "{\"k\":[1,2]}");
+    EXPECT_EQ(json_write(nullptr), "null");
 }
 
 std::string nested(int depth, char open, char close, const char *inside = "") {
@@ -256,8 +190,7 @@ TEST(JsonParse, BoundsNestingDepth) {
     wide = "[" + wide + "[]]";
     EXPECT_NE(jsonParse(wide.c_str()), nullptr);
 
-    // Hostile input: far too deep, closed or left open; neither may touch the stack.
-    EXPECT_EQ(jsonParse(std::string(100000, '[').c_str()), nullptr);
+    // Far too deep and closed again may not touch the stack either (left open, the corpus has it).
     EXPECT_EQ(jsonParse(nested(100000, '[', ']').c_str()), nullptr);
 }
 
@@ -343,28 +276,6 @@ TEST(JsonLookup, FindsMembersByRawKey) {
     const char *text = nullptr;
     EXPECT_FALSE(json_get_bool(nullptr, "flag", &value));
     EXPECT_FALSE(json_get_string(array.get(), "flag", &text));
-}
-
-// The simulator and the test harness write parsed trees back out; what they write must read back
-// as the same document, escapes and number texts untouched.
-TEST(JsonWrite, WritesWhatWasParsedBackCompactly) {
-    const char *documents[] = {
-        "{\"a\":[1,-2.5e3,true,false,null],\"b\":{\"c\\/d\":\"x\\u0041\\\"\"}}",
-        "[]",
-        "{}",
-        "\"plain\"",
-        "0",
-        "[[[],{}]]",
-    };
-    for (const char *document : documents) {
-        SCOPED_TRACE(document);
-        JsonTree tree = jsonParse(document);
-        ASSERT_TRUE(tree);
-        EXPECT_EQ(json_write(tree.get()), document);
-    }
-    JsonTree spaced = jsonParse(" { \"k\" : [ 1 , 2 ] } ");
-    EXPECT_EQ(json_write(spaced.get()), "{\"k\":[1,2]}");
-    EXPECT_EQ(json_write(nullptr), "null");
 }
 
 } // namespace
