@@ -1,8 +1,9 @@
 #include "bus_test.h"
 
-#include <glib/gstdio.h>
 #include <stdlib.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <sstream>
 
 #include "platform/host.h"
@@ -27,32 +28,21 @@ const std::vector<LogLine> &LogCapture::lines() {
     return s_lines;
 }
 
+static bool anyLine(const std::function<bool(const LogLine &)> &match) {
+    return std::ranges::any_of(s_lines, match);
+}
 bool LogCapture::has(int priority, const std::string &text) {
-    for (const LogLine &line : s_lines)
-        if (line.priority == priority && line.text == text)
-            return true;
-    return false;
+    return anyLine([&](const LogLine &l) { return l.priority == priority && l.text == text; });
 }
-
 bool LogCapture::hasText(const std::string &text) {
-    for (const LogLine &line : s_lines)
-        if (line.text == text)
-            return true;
-    return false;
+    return anyLine([&](const LogLine &l) { return l.text == text; });
 }
-
 bool LogCapture::contains(const std::string &fragment) {
-    for (const LogLine &line : s_lines)
-        if (line.text.find(fragment) != std::string::npos)
-            return true;
-    return false;
+    return anyLine([&](const LogLine &l) { return l.text.find(fragment) != std::string::npos; });
 }
-
 int LogCapture::count(const std::string &text) {
-    int n = 0;
-    for (const LogLine &line : s_lines)
-        n += line.text == text;
-    return n;
+    return static_cast<int>(
+        std::ranges::count_if(s_lines, [&](const LogLine &l) { return l.text == text; }));
 }
 
 std::string LogCapture::dump() {
@@ -138,22 +128,6 @@ void BusTest::SetUp() {
     FakeHost::lastExitStatus = -1;
 }
 
-static void removeTree(const std::string &path) {
-    GDir *dir = g_dir_open(path.c_str(), 0, nullptr);
-    if (dir) {
-        while (const char *name = g_dir_read_name(dir)) {
-            std::string child = path + "/" + name;
-            if (g_file_test(child.c_str(), G_FILE_TEST_IS_DIR) &&
-                !g_file_test(child.c_str(), G_FILE_TEST_IS_SYMLINK))
-                removeTree(child);
-            else
-                g_unlink(child.c_str());
-        }
-        g_dir_close(dir);
-    }
-    g_rmdir(path.c_str());
-}
-
 void BusTest::TearDown() {
     if (m_bus) {
         g_test_dbus_down(m_bus);
@@ -161,8 +135,9 @@ void BusTest::TearDown() {
     }
     vyxLogSetSink(nullptr, nullptr);
     hostSetSeams(nullptr);
+    std::error_code ignored; // a test that failed half-way may leave anything behind
     if (!m_root.empty())
-        removeTree(m_root);
+        std::filesystem::remove_all(m_root, ignored);
 }
 
 void BusTest::writeFile(const std::string &absolute, const std::string &content) const {

@@ -15,6 +15,10 @@
 struct LogLine {
     int priority;
     std::string text;
+    bool operator==(const LogLine &) const = default;
+    friend std::ostream &operator<<(std::ostream &out, const LogLine &line) {
+        return out << line.priority << ": " << line.text;
+    }
 };
 
 class LogCapture {

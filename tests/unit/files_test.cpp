@@ -1,87 +1,43 @@
 #include "common/files.h"
 
-#include <gtest/gtest.h>
-
-#include <glib.h>
 #include <glib/gstdio.h>
-#include <stdlib.h>
-#include <sys/stat.h>
+#include <syslog.h>
 
-#include <string>
-#include <vector>
-
+#include "bus_test.h"
 #include "platform/log.h"
 
 namespace {
 
-struct LogLine {
-    int priority;
-    std::string text;
-    bool operator==(const LogLine &) const = default;
-};
+using Lines = std::vector<LogLine>;
 
-std::ostream &operator<<(std::ostream &out, const LogLine &line) {
-    return out << line.priority << ": " << line.text;
-}
-
-class Files : public ::testing::Test {
+// Paths under the test's root, as the copy is given them.
+class Files : public BusTest {
   protected:
-    void SetUp() override {
-        root_ = g_dir_make_tmp("vyxfiles-XXXXXX", nullptr);
-        ASSERT_NE(root_, nullptr);
-        setenv("VYXSTAGED_ROOT", root_, 1);
-        vyxLogSetSink(
-            [](int priority, const char *line, void *context) {
-                static_cast<Files *>(context)->lines_.push_back({priority, line});
-            },
-            this);
+    std::string path(const char *relative) { return rooted(std::string("/") + relative); }
+    void write(const char *relative, const std::string &contents) {
+        writeFile(std::string("/") + relative, contents);
     }
-    void TearDown() override {
-        vyxLogSetSink(nullptr, nullptr);
-        unsetenv("VYXSTAGED_ROOT");
-        g_autofree char *command = g_strdup_printf("rm -rf '%s'", root_);
-        EXPECT_EQ(system(command), 0);
-        g_free(root_);
-    }
-
-    std::string path(const char *relative) { return std::string(root_) + "/" + relative; }
-
-    void write(const std::string &file, const std::string &contents) {
-        g_autofree char *dir = g_path_get_dirname(file.c_str());
-        ASSERT_EQ(g_mkdir_with_parents(dir, 0755), 0);
-        ASSERT_TRUE(g_file_set_contents(file.c_str(), contents.data(),
-                                        static_cast<gssize>(contents.size()), nullptr));
-    }
-
-    std::string read(const std::string &file) {
-        g_autofree char *contents = nullptr;
-        gsize length = 0;
-        if (!g_file_get_contents(file.c_str(), &contents, &length, nullptr))
-            return "<missing>";
-        return std::string(contents, length);
-    }
-
-    char *root_ = nullptr;
-    std::vector<LogLine> lines_;
+    std::string read(const char *relative) { return readFile(std::string("/") + relative); }
 };
 
 TEST_F(Files, CopyReplacesDestinationWithSourceBytes) {
     std::string binary("role\0file\n\xff", 11);
-    write(path("src"), binary);
-    write(path("dst"), "an older and much longer role file");
+    write("src", binary);
+    write("dst", "an older and much longer role file");
 
     EXPECT_TRUE(prvCopyFile(path("src").c_str(), path("dst").c_str()));
-    EXPECT_EQ(read(path("dst")), binary);
-    EXPECT_TRUE(lines_.empty());
+    EXPECT_EQ(read("dst"), binary);
+    EXPECT_TRUE(LogCapture::lines().empty());
 
-    write(path("empty"), "");
+    write("empty", "");
     EXPECT_TRUE(prvCopyFile(path("empty").c_str(), path("new").c_str()));
-    EXPECT_EQ(read(path("new")), "");
+    EXPECT_TRUE(fileExists("/new"));
+    EXPECT_EQ(read("new"), "");
 }
 
 TEST_F(Files, CopyFailuresAreLoggedAndLeaveDestinationAlone) {
-    write(path("src"), "contents");
-    write(path("dst"), "kept");
+    write("src", "contents");
+    write("dst", "kept");
     ASSERT_EQ(g_mkdir(path("dir").c_str(), 0755), 0);
 
     struct Case {
@@ -99,41 +55,42 @@ TEST_F(Files, CopyFailuresAreLoggedAndLeaveDestinationAlone) {
          "prvCopyFile: Can't create destination file: " + path("nowhere/dst") + ", "},
     };
     for (const auto &c : cases) {
-        lines_.clear();
+        LogCapture::clear();
         const char *source = c.source.empty() ? nullptr : c.source.c_str();
         const char *destination = c.destination.empty() ? nullptr : c.destination.c_str();
         EXPECT_FALSE(prvCopyFile(source, destination)) << c.name;
-        ASSERT_EQ(lines_.size(), 1u) << c.name;
-        EXPECT_EQ(lines_[0].priority, LOG_DEBUG) << c.name;
+        const Lines &lines = LogCapture::lines();
+        ASSERT_EQ(lines.size(), 1u) << c.name;
+        EXPECT_EQ(lines[0].priority, LOG_DEBUG) << c.name;
         // The GLib error message that ends the last two lines is not ours to pin.
-        EXPECT_TRUE(g_str_has_prefix(lines_[0].text.c_str(), c.line.c_str()))
-            << c.name << ": " << lines_[0].text;
-        EXPECT_EQ(read(path("dst")), "kept") << c.name;
+        EXPECT_TRUE(g_str_has_prefix(lines[0].text.c_str(), c.line.c_str()))
+            << c.name << ": " << lines[0].text;
+        EXPECT_EQ(read("dst"), "kept") << c.name;
     }
-    EXPECT_EQ(read(path("nowhere/dst")), "<missing>");
+    EXPECT_FALSE(fileExists("/nowhere/dst"));
 }
 
 TEST_F(Files, RoleFileGoesToBothRoleDirectoriesUnderRoot) {
-    write(path("usr/velto/vyxstage/com.velto.vyx.service.json"), "{\"role\":1}");
+    write("usr/velto/vyxstage/com.velto.vyx.service.json", "{\"role\":1}");
     // The public directory exists with a stale copy; the private one is made on the way.
-    write(path("var/velto/ks2/roles/pub/com.velto.vyx.service.json"), "stale");
+    write("var/velto/ks2/roles/pub/com.velto.vyx.service.json", "stale");
 
     copyRoleFiles();
 
-    EXPECT_EQ(read(path("var/velto/ks2/roles/prv/com.velto.vyx.service.json")), "{\"role\":1}");
-    EXPECT_EQ(read(path("var/velto/ks2/roles/pub/com.velto.vyx.service.json")), "{\"role\":1}");
+    EXPECT_EQ(read("var/velto/ks2/roles/prv/com.velto.vyx.service.json"), "{\"role\":1}");
+    EXPECT_EQ(read("var/velto/ks2/roles/pub/com.velto.vyx.service.json"), "{\"role\":1}");
     GStatBuf info;
     ASSERT_EQ(g_stat(path("var/velto/ks2/roles/prv").c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0755u);
-    EXPECT_EQ(lines_, (std::vector<LogLine>{{LOG_DEBUG, "copyRoleFiles: Start"}}));
+    EXPECT_EQ(LogCapture::lines(), (Lines{{LOG_DEBUG, "copyRoleFiles: Start"}}));
 }
 
 TEST_F(Files, MissingRoleFileIsLoggedForEachDirectory) {
     copyRoleFiles();
 
-    EXPECT_EQ(lines_, (std::vector<LogLine>{{LOG_DEBUG, "copyRoleFiles: Start"},
-                                            {LOG_DEBUG, "prvCopyFile: Source file not found"},
-                                            {LOG_DEBUG, "prvCopyFile: Source file not found"}}));
+    EXPECT_EQ(LogCapture::lines(), (Lines{{LOG_DEBUG, "copyRoleFiles: Start"},
+                                          {LOG_DEBUG, "prvCopyFile: Source file not found"},
+                                          {LOG_DEBUG, "prvCopyFile: Source file not found"}}));
     EXPECT_TRUE(g_file_test(path("var/velto/ks2/roles/prv").c_str(), G_FILE_TEST_IS_DIR));
     EXPECT_TRUE(g_file_test(path("var/velto/ks2/roles/pub").c_str(), G_FILE_TEST_IS_DIR));
 }
