@@ -4,6 +4,8 @@
 
 namespace {
 
+const char DEMO_STATE[] = "velto://com.velto.vyxService/demoState";
+
 // A device on which the demonstration application is installed, so launching it works.
 std::string deviceWithDemo(bool demoOn) {
     return std::string(R"({"name":"demo-installed","extends":")") +
@@ -14,10 +16,6 @@ std::string deviceWithDemo(bool demoOn) {
            R"({"id":"com.velto.app.vyxcore","version":"2.1.0","title":"Vyx Core"}]}})";
 }
 
-bool isLaunch(const SimRecord &r, const char *id, const char *action) {
-    return r.text("id") == id && r.text("action") == action;
-}
-
 class ServiceCore : public E2eTest {
   protected:
     // Unsettled, the first "demoState" call may be the one that the preference read holds.
@@ -25,22 +23,42 @@ class ServiceCore : public E2eTest {
         ASSERT_TRUE(startSim(writeScenario("demo.json", deviceWithDemo(demoOn))));
         ASSERT_TRUE(startDaemon(settled));
     }
+    ::testing::AssertionResult launched(const char *id, const char *action, const char *ok = "") {
+        return waitForRecord(
+            "launch",
+            [&](const SimRecord &r) {
+                return r.text("id") == id && r.text("action") == action &&
+                       (!*ok || r.text("ok") == ok);
+            },
+            std::string(id) + " launched with " + action);
+    }
+    ::testing::AssertionResult preferenceWritten(const char *value) {
+        return waitForRecord(
+            "preference",
+            [&](const SimRecord &r) {
+                return r.text("key") == "vyxStageRunning" && r.text("value") == value;
+            },
+            std::string("the demo preference written ") + value);
+    }
 };
 
 TEST_F(ServiceCore, BootWithTheDemoOnLaunchesTheDemonstration) {
     start(true, false);
-    EXPECT_EQ(call("velto://com.velto.vyxService/demoState", R"({"onBoot":true})"),
-              R"({"returnValue":"true","state":"on"})");
-    ASSERT_TRUE(waitForRecord(
-        "launch",
-        [](const SimRecord &r) {
-            return isLaunch(r, "com.velto.app.vyx", "initialize") && r.text("ok") == "true";
-        },
-        "the demonstration application started with initialize"));
-    EXPECT_TRUE(waitForRecord(
-        "launch",
-        [](const SimRecord &r) { return isLaunch(r, "com.velto.app.vyxcore", "startVyx"); },
-        "the core application told"));
+    EXPECT_EQ(call(DEMO_STATE, R"({"onBoot":true})"), R"({"returnValue":"true","state":"on"})");
+    ASSERT_TRUE(launched("com.velto.app.vyx", "initialize", "true"));
+    EXPECT_TRUE(launched("com.velto.app.vyxcore", "startVyx"));
+}
+
+// The demo's default device has nothing installed, so the platform refuses the launch.
+TEST_F(ServiceCore, SwitchingTheDemoOnOnAFreshDeviceStoresItAndTriesTheLaunch) {
+    ASSERT_TRUE(startSim(shippedScenario("fresh-device.json")));
+    ASSERT_TRUE(startDaemon());
+    EXPECT_EQ(call("velto://com.velto.vyxService/setDemoState", R"({"state":true})"),
+              R"({"returnValue":true})");
+    ASSERT_TRUE(preferenceWritten("true"));
+    EXPECT_TRUE(launched("com.velto.app.vyx", "initialize", "false"));
+    EXPECT_EQ(call(DEMO_STATE), R"({"returnValue":"true","state":"on"})");
+    EXPECT_NE(sim("preferences").find(R"("vyxStageRunning":true)"), std::string::npos);
 }
 
 TEST_F(ServiceCore, DemoSwitchedOnAndOffWithTheClient) {
@@ -49,33 +67,17 @@ TEST_F(ServiceCore, DemoSwitchedOnAndOffWithTheClient) {
         runTool("vyxctl", {"velto://com.velto.vyxService/setDemoState", R"({"state":true})"});
     EXPECT_EQ(on.status, 0) << on.err;
     EXPECT_NE(on.out.find(R"({"returnValue":true})"), std::string::npos) << on.out;
-    ASSERT_TRUE(waitForRecord(
-        "preference",
-        [](const SimRecord &r) {
-            return r.text("key") == "vyxStageRunning" && r.text("value") == "true";
-        },
-        "the demo preference written on"));
-    ToolRun state = runTool("vyxctl", {"velto://com.velto.vyxService/demoState", "{}"});
+    ASSERT_TRUE(preferenceWritten("true"));
+    ToolRun state = runTool("vyxctl", {DEMO_STATE, "{}"});
     EXPECT_NE(state.out.find(R"({"returnValue":"true","state":"on"})"), std::string::npos)
         << state.out;
 
     ToolRun off = runTool("vyxctl", {"velto://com.velto.vyxService/toggleDemo", "{}"});
     EXPECT_EQ(off.status, 0) << off.err;
-    ASSERT_TRUE(waitForRecord(
-        "preference",
-        [](const SimRecord &r) {
-            return r.text("key") == "vyxStageRunning" && r.text("value") == "false";
-        },
-        "the demo preference written off"));
-    EXPECT_TRUE(waitForRecord(
-        "launch",
-        [](const SimRecord &r) { return isLaunch(r, "com.velto.app.vyxcore", "stopVyx"); },
-        "the core application stopped"));
-    EXPECT_TRUE(waitForRecord(
-        "launch", [](const SimRecord &r) { return isLaunch(r, "com.velto.app.vyx", "exit"); },
-        "the demonstration told to exit"));
-    EXPECT_EQ(call("velto://com.velto.vyxService/demoState"),
-              R"({"returnValue":"true","state":"off"})");
+    ASSERT_TRUE(preferenceWritten("false"));
+    EXPECT_TRUE(launched("com.velto.app.vyxcore", "stopVyx"));
+    EXPECT_TRUE(launched("com.velto.app.vyx", "exit"));
+    EXPECT_EQ(call(DEMO_STATE), R"({"returnValue":"true","state":"off"})");
 }
 
 TEST_F(ServiceCore, DisplayOffWithTheDemoOnPlaysTheVideo) {
@@ -84,21 +86,31 @@ TEST_F(ServiceCore, DisplayOffWithTheDemoOnPlaysTheVideo) {
         "activity", [](const SimRecord &r) { return r.text("action") == "created"; },
         "the display activity"));
     EXPECT_NE(sim("displayEvent", R"({"event":"displayOff","state":"off","dockMode":false})"), "");
-    ASSERT_TRUE(waitForRecord(
-        "launch",
-        [](const SimRecord &r) {
-            return isLaunch(r, "com.velto.app.vyx", "power") &&
-                   r.text("params").find(R"("playVideo":true)") != std::string::npos;
-        },
-        "the power action with playVideo"));
+    ASSERT_TRUE(launched("com.velto.app.vyx", "power", "true"));
+    for (const SimRecord &launch : records("launch")) {
+        if (launch.text("action") == "power") {
+            EXPECT_EQ(launch.text("params"), R"({"action":"power","playVideo":true})");
+        }
+    }
     // The activity is set up again for the next change.
-    auto created = [&] {
-        int n = 0;
-        for (const SimRecord &r : records("activity"))
-            n += r.text("action") == "created";
-        return n;
-    };
-    EXPECT_TRUE(waitUntil([&] { return created() >= 2; }, "the activity created again"));
+    EXPECT_TRUE(waitForRecord(
+        "activity",
+        [](const SimRecord &r) {
+            return r.text("action") == "created" && r.text("activityId") != "1";
+        },
+        "the activity created again"));
+}
+
+// Without the preference service the demo state never becomes known: a "demoState" call is held
+// and answered "unknown" when the daemon ends after its idle time.
+TEST_F(ServiceCore, HeldDemoStateIsAnsweredUnknownWhenPreferencesNeverAnswer) {
+    ASSERT_TRUE(startSim(writeScenario(
+        "no-preferences.json", R"({"extends":")" + shippedScenario("fresh-device.json") +
+                                   R"(","faults":{"notRunning":["com.velto.systemservice"]}})")));
+    ASSERT_TRUE(startDaemon(false));
+    EXPECT_EQ(call(DEMO_STATE, "{}", 15000), R"({"returnValue":"true","state":"unknown"})");
+    EXPECT_EQ(waitForDaemonExit(3000), 0);
+    EXPECT_TRUE(records("launch").empty());
 }
 
 } // namespace

@@ -139,21 +139,6 @@ TEST_F(VyxsimTest, ServiceThatIsNotRunningIsAnsweredByTheBusLayerUntilItRuns) {
     EXPECT_TRUE(has(call("velto://com.velto.deviceprofile/getDeviceId"), "is not running."));
 }
 
-TEST_F(VyxsimTest, ApplicationManagerLaunchesOnlyInstalledApplications) {
-    ASSERT_TRUE(startFresh());
-    const std::pair<std::string, const char *> cases[] = {
-        {"com.velto.app.vyx", R"({"returnValue":false,"errorCode":-1,"errorText":"Application )"
-                              R"(not found: com.velto.app.vyx"})"},
-        {"com.velto.app.firstuse", R"({"returnValue":true,"processId":"1001"})"},
-        {"com.velto.app.firstuse", R"({"returnValue":true,"processId":"1001"})"}, // keeps it
-        {"", R"({"returnValue":false,"errorCode":-1,"errorText":"Missing id"})"},
-    };
-    for (const auto &[id, reply] : cases)
-        EXPECT_EQ(call("velto://com.velto.applicationManager/launch",
-                       R"({"id":")" + id + R"(","params":{}})"),
-                  reply);
-}
-
 // The HTTP status (0 when nothing answered) and the body.
 std::pair<long, std::string> post(const std::string &url, const std::string &body) {
     std::string out;
