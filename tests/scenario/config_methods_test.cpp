@@ -96,6 +96,10 @@ TEST_F(CoreScenario, DeleteWithoutADynamicFileIsSkippedAndVerifyWaitsForARunning
     setDownloadStateMode(DSM_INSTALLING, "test");
     EXPECT_EQ(call("verifyPackages", "{}"), negative("VYX file download already in process"));
     EXPECT_FALSE(LogCapture::hasText("initiateFileDownload: Started"));
+    // Every reply is logged as it is sent.
+    EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "sendAffirmativeResponse: " + std::string(OK)));
+    EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "sendNegativeResponse: " +
+                                               negative("VYX file download already in process")));
 }
 
 } // namespace

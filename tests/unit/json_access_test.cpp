@@ -3,7 +3,6 @@
 
 #include "bus_test.h"
 #include "common/json_access.h"
-#include "fake_service.h"
 
 namespace {
 
@@ -114,30 +113,6 @@ TEST_F(JsonAccess, OnlyTheNotRunningReplyOfTheNamedServiceIsIgnored) {
         }
     }
     EXPECT_FALSE(ignoreJsonResponse(nullptr, "cb"));
-}
-
-TEST_F(JsonAccess, RepliesHaveTheServiceShapes) {
-    FakeService svc("com.example.svc");
-    svc.handle("/", "yes", [](BusHandle *h, BusMessage *m) { sendAffirmativeResponse(h, m); });
-    svc.handle("/", "no", [](BusHandle *h, BusMessage *m) { sendNegativeResponse(h, m, "Nope"); });
-    svc.handle("/", "none",
-               [](BusHandle *h, BusMessage *m) { sendNegativeResponse(h, m, nullptr); });
-    ASSERT_TRUE(svc.start());
-    BusClient client;
-    EXPECT_EQ(client.call("velto://com.example.svc/yes", "{}"), "{\"returnValue\":true}");
-    EXPECT_EQ(client.call("velto://com.example.svc/no", "{}"),
-              "{\"returnValue\":false, \"errorCode\":-1, \"errorText\":\"Nope\"}");
-    EXPECT_EQ(client.call("velto://com.example.svc/none", "{}"),
-              "{\"returnValue\":false, \"errorCode\":-1, \"errorText\":\"Unknown error\"}");
-    EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "sendAffirmativeResponse: {\"returnValue\":true}"));
-    EXPECT_TRUE(LogCapture::has(
-        LOG_DEBUG,
-        "sendNegativeResponse: {\"returnValue\":false, \"errorCode\":-1, \"errorText\":\"Nope\"}"));
-}
-
-TEST_F(JsonAccess, PayloadOfANullMessageIsNull) {
-    EXPECT_FALSE(prvKSMessageGetPayloadJSON(nullptr));
-    EXPECT_TRUE(LogCapture::has(LOG_ERR, "prvKSMessageGetPayloadJSON: Message parameter is NULL"));
 }
 
 } // namespace
