@@ -1,10 +1,6 @@
 #include "common/version.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
+#include "bus_test.h"
 #include "platform/log.h"
 
 namespace {
@@ -64,21 +60,16 @@ TEST(VersionCompare, RanksVersionsBySign) {
 }
 
 TEST(VersionCompare, LogsEveryComparison) {
-    static std::vector<std::pair<int, std::string>> lines;
-    vyxLogSetSink(
-        [](int priority, const char *line, void *) { lines.emplace_back(priority, line); },
-        nullptr);
+    LogCapture::install();
+    LogCapture::clear();
     versionCompare("1.10", "1.9");
     versionCompare(nullptr, "2.0");
     versionCompare("a", "b");
     vyxLogSetSink(nullptr, nullptr);
-
-    ASSERT_EQ(lines.size(), 3u);
-    EXPECT_EQ(lines[0],
-              std::make_pair(LOG_DEBUG, std::string("versionCompare: Compare(1.10,1.9)=1")));
-    EXPECT_EQ(lines[1],
-              std::make_pair(LOG_DEBUG, std::string("versionCompare: Compare(NULL,2.0)=-1")));
-    EXPECT_EQ(lines[2], std::make_pair(LOG_DEBUG, std::string("versionCompare: Compare(a,b)=-1")));
+    EXPECT_EQ(LogCapture::lines(),
+              (std::vector<LogLine>{{LOG_DEBUG, "versionCompare: Compare(1.10,1.9)=1"},
+                                    {LOG_DEBUG, "versionCompare: Compare(NULL,2.0)=-1"},
+                                    {LOG_DEBUG, "versionCompare: Compare(a,b)=-1"}}));
 }
 
 } // namespace
