@@ -4,6 +4,7 @@
 
 #include <syslog.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -64,12 +65,11 @@ class CoreScenario : public BusTest, protected PlatformFakes {
   protected:
     void SetUp() override {
         BusTest::SetUp();
-        auto answer = [](const std::string *payload) {
-            return [payload](BusHandle *h, BusMessage *m) {
-                KSMessageReply(h, m, payload->c_str(), nullptr);
-            };
-        };
-        appManager.handle("/", "running", answer(&running))
+        appManager
+            .handle("/", "running",
+                    [this](BusHandle *h, BusMessage *m) {
+                        KSMessageReply(h, m, running.c_str(), nullptr);
+                    })
             .handle("/", "launch",
                     [this](BusHandle *h, BusMessage *m) {
                         bool core = std::string(KSMessageGetPayload(m)).find(VYX_CORE_APP_ID) !=
@@ -126,10 +126,7 @@ class CoreScenario : public BusTest, protected PlatformFakes {
     // Starts every fake not listed as absent, then the daemon.
     void startDaemon(const std::vector<FakeService *> &absent = {}) {
         for (FakeService *fake : allFakes()) {
-            bool skip = false;
-            for (FakeService *a : absent)
-                skip |= a == fake;
-            if (!skip) {
+            if (std::ranges::find(absent, fake) == absent.end()) {
                 ASSERT_TRUE(fake->start());
             }
         }

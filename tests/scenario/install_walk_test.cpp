@@ -59,12 +59,10 @@ class InstallWalk : public ProvisionScenario {
             KSMessageReply(h, m, refused.count(id) ? R"({"returnValue":false})" : OK, nullptr);
         });
         installService.handle("/", "status", [this](BusHandle *h, BusMessage *m) {
-            if (statuses.size() > 1) {
+            if (!statuses.empty())
                 KSMessageReply(h, m, statuses.front().c_str(), nullptr);
+            if (statuses.size() > 1)
                 statuses.pop_front();
-            } else if (!statuses.empty()) {
-                KSMessageReply(h, m, statuses.front().c_str(), nullptr);
-            }
         });
     }
 
