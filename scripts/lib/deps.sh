@@ -32,3 +32,5 @@ VYX_FUZZ_PACKAGES=(clang libclang-rt-14-dev)
 VYX_TEST_PACKAGES+=(systemd dbus-system-bus-common libxml2-utils)
 # What the whole-run benchmark adds: its scenario generator and record tally, the store replay.
 VYX_BENCH_PACKAGES=(python3 curl)
+# What scripts/test --valgrind adds.
+VYX_VALGRIND_PACKAGES=(valgrind)
