@@ -192,6 +192,15 @@ void isInstall(Call &call) {
         call.fail("Install of " + id + " already in process");
         return;
     }
+    // Accepted and then lost: the package never shows in status and never arrives.
+    if (behaviour != sim().device.installs.end() &&
+        behaviour->second.outcome == InstallOutcome::Silent) {
+        long ticket = s_nextTicket++;
+        recordEvent("install", "\"id\":" + jsonQuote(id) + ",\"ticket\":" +
+                                   std::to_string(ticket) + ",\"state\":\"silent\",\"progress\":0");
+        call.reply("{\"returnValue\":true,\"ticket\":" + std::to_string(ticket) + "}");
+        return;
+    }
     std::string version = jsonText(jsonMember(request.get(), "version"));
     std::string title = jsonText(jsonMember(request.get(), "title"));
     for (const CatalogueEntry &entry : sim().device.catalogue)
@@ -237,6 +246,11 @@ void isStatus(Call &call) {
     const JsonNode *subscribe = jsonMember(root, "subscribe");
     std::string id = jsonText(jsonMember(root, "id"));
     std::string form = jsonText(jsonMember(root, "form"));
+    // A hung service: the caller waits for an answer that never comes.
+    if (sim().device.faults.statusSilent) {
+        call.answered = true;
+        return;
+    }
     if (subscribe && subscribe->type == JSON_FALSE) {
         unsubscribe("install", call.sender);
         call.ok();

@@ -325,9 +325,11 @@ void readBehaviour(const JsonNode *value, const std::string &where, InstallBehav
             behaviour.outcome = InstallOutcome::Canceled;
         else if (word == "refused")
             behaviour.outcome = InstallOutcome::Refused;
+        else if (word == "silent")
+            behaviour.outcome = InstallOutcome::Silent;
         else
             fail(at(where, "outcome"),
-                 "\"" + word + "\" is not one of installed, failed, canceled, refused");
+                 "\"" + word + "\" is not one of installed, failed, canceled, refused, silent");
     }
     if (const JsonNode *duration = jsonMember(value, "durationMs"))
         behaviour.durationMs =
@@ -373,7 +375,8 @@ void readInstallPackages(const JsonNode *service, const std::string &where, Scen
 
 void readFaults(const JsonNode *faults, const std::string &where, Faults &out) {
     objectAt(faults, where);
-    onlyMembers(faults, where, {"notRunning", "running", "store", "storeDelayMs", "storeMethods"});
+    onlyMembers(faults, where,
+                {"notRunning", "running", "store", "storeDelayMs", "storeMethods", "statusSilent"});
     if (const JsonNode *list = jsonMember(faults, "notRunning")) {
         size_t index = 0;
         for (const JsonNode *item = arrayAt(list, at(where, "notRunning"))->child; item;
@@ -398,11 +401,15 @@ void readFaults(const JsonNode *faults, const std::string &where, Faults &out) {
         std::string word = textAt(store, at(where, "store"));
         if (!parseStoreFault(word, out.store))
             fail(at(where, "store"),
-                 "\"" + word + "\" is not one of none, down, slow, http500, malformed");
+                 "\"" + word +
+                     "\" is not one of none, down, slow, http500, malformed, garbage, truncated, "
+                     "chunked");
     }
     if (const JsonNode *delay = jsonMember(faults, "storeDelayMs"))
         out.storeDelayMs =
             static_cast<unsigned>(integerAt(delay, at(where, "storeDelayMs"), 0, 600000));
+    if (const JsonNode *silent = jsonMember(faults, "statusSilent"))
+        out.statusSilent = boolAt(silent, at(where, "statusSilent"));
     if (const JsonNode *methods = jsonMember(faults, "storeMethods")) {
         out.storeMethods.clear();
         size_t index = 0;
@@ -446,7 +453,8 @@ bool parseStoreFault(const std::string &word, StoreFault &fault) {
     static const std::pair<const char *, StoreFault> words[] = {
         {"none", StoreFault::None},           {"down", StoreFault::Down},
         {"slow", StoreFault::Slow},           {"http500", StoreFault::Http500},
-        {"malformed", StoreFault::Malformed},
+        {"malformed", StoreFault::Malformed}, {"garbage", StoreFault::Garbage},
+        {"truncated", StoreFault::Truncated}, {"chunked", StoreFault::Chunked},
     };
     for (const auto &[name, value] : words)
         if (word == name) {
@@ -468,6 +476,12 @@ const char *storeFaultName(StoreFault fault) {
         return "http500";
     case StoreFault::Malformed:
         return "malformed";
+    case StoreFault::Garbage:
+        return "garbage";
+    case StoreFault::Truncated:
+        return "truncated";
+    case StoreFault::Chunked:
+        return "chunked";
     }
     return "none";
 }
@@ -482,6 +496,8 @@ const char *installOutcomeName(InstallOutcome outcome) {
         return "canceled";
     case InstallOutcome::Refused:
         return "refused";
+    case InstallOutcome::Silent:
+        return "silent";
     }
     return "installed";
 }

@@ -41,7 +41,8 @@ struct CatalogueEntry {
     std::string icon;
 };
 
-enum class InstallOutcome { Installed, Failed, Canceled, Refused };
+// Silent: the request is accepted, but the install never shows in status.
+enum class InstallOutcome { Installed, Failed, Canceled, Refused, Silent };
 
 struct InstallBehaviour {
     InstallOutcome outcome = InstallOutcome::Installed;
@@ -50,13 +51,14 @@ struct InstallBehaviour {
     bool userInstalled = true;
 };
 
-enum class StoreFault { None, Down, Slow, Http500, Malformed };
+enum class StoreFault { None, Down, Slow, Http500, Malformed, Garbage, Truncated, Chunked };
 
 struct Faults {
     std::vector<std::string> notRunning;
     StoreFault store = StoreFault::None;
     unsigned storeDelayMs = 5000;
     std::vector<std::string> storeMethods; // empty: every store request
+    bool statusSilent = false;             // install status calls are never answered
 };
 
 struct Scenario {

@@ -76,6 +76,25 @@ void respond(SoupServerMessage *message, unsigned status, const std::string &bod
                                      body.size());
 }
 
+// Chunked: every byte its own chunk, so the client's reader sees the reply a byte at a time.
+// Truncated: the headers promise the whole reply, half of it comes, and the connection closes.
+void respondBroken(SoupServerMessage *message, StoreFault fault, const std::string &reply) {
+    soup_server_message_set_status(message, SOUP_STATUS_OK, nullptr);
+    SoupMessageHeaders *headers = soup_server_message_get_response_headers(message);
+    soup_message_headers_set_content_type(headers, "application/json", nullptr);
+    SoupMessageBody *body = soup_server_message_get_response_body(message);
+    if (fault == StoreFault::Chunked) {
+        soup_message_headers_set_encoding(headers, SOUP_ENCODING_CHUNKED);
+        for (char byte : reply)
+            soup_message_body_append(body, SOUP_MEMORY_COPY, &byte, 1);
+    } else {
+        soup_message_headers_set_content_length(headers, reply.size());
+        soup_message_headers_replace(headers, "Connection", "close");
+        soup_message_body_append(body, SOUP_MEMORY_COPY, reply.data(), reply.size() / 2);
+    }
+    soup_message_body_complete(body);
+}
+
 struct Delayed {
     SoupServerMessage *message;
 };
@@ -134,11 +153,18 @@ void handle(SoupServer *, SoupServerMessage *message, const char *path, GHashTab
         reply = "Internal Server Error";
     } else if (fault == StoreFault::Malformed) {
         reply = reply.substr(0, reply.size() / 2); // cut mid-document
+    } else if (fault == StoreFault::Garbage) {
+        // what a captive portal or a confused proxy sends: not JSON, not text, not even UTF-8
+        static const char noise[] = "\x1f\x8b\x08\x00<html>\xc3\x28\xff\xfe{\"\0x]]}";
+        reply.assign(noise, sizeof noise - 1);
     }
     recordEvent("store", "\"method\":" + jsonQuote(method) + ",\"package\":" + jsonQuote(subject) +
                              ",\"status\":" + std::to_string(status) +
                              ",\"fault\":" + jsonQuote(storeFaultName(fault)));
-    respond(message, status, reply);
+    if (fault == StoreFault::Chunked || fault == StoreFault::Truncated)
+        respondBroken(message, fault, reply);
+    else
+        respond(message, status, reply);
     if (fault == StoreFault::Slow && sim().device.faults.storeDelayMs > 0) {
         soup_server_message_pause(message);
         g_timeout_add(sim().device.faults.storeDelayMs, answerLate,
