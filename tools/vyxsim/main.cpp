@@ -57,8 +57,16 @@ bool parseArgs(int argc, char **argv, Options &options) {
 }
 
 // The scenario's files (configuration, role file) belong to the device, so they only ever go
-// below a root, never onto the host itself.
+// below a root, never onto the host itself. The device's writable directories are there from
+// the start, as on a device, whether or not a file lies in them yet.
 bool writeFiles(const char *root, std::string &error) {
+    for (const char *dir : {"/var/usr/velto", "/media/cryptofs/apps/usr/velto/applications"}) {
+        std::string target = std::string(root) + dir;
+        if (g_mkdir_with_parents(target.c_str(), 0755) != 0) {
+            error = "cannot make " + target + ": " + g_strerror(errno);
+            return false;
+        }
+    }
     for (const auto &[path, content] : sim().device.files) {
         std::string target = std::string(root) + path;
         gchar *dir = g_path_get_dirname(target.c_str());
@@ -101,12 +109,12 @@ int main(int argc, char **argv) {
     }
     if (!options.root)
         options.root = getenv("VYXSTAGED_ROOT");
-    if (!sim().device.files.empty()) {
-        if (!options.root || !*options.root) {
-            fprintf(stderr, "vyxsim: the scenario has files but no root was given (--root or "
-                            "VYXSTAGED_ROOT)\n");
-            return 2;
-        }
+    if (!sim().device.files.empty() && (!options.root || !*options.root)) {
+        fprintf(stderr, "vyxsim: the scenario has files but no root was given (--root or "
+                        "VYXSTAGED_ROOT)\n");
+        return 2;
+    }
+    if (options.root && *options.root) {
         if (!writeFiles(options.root, error)) {
             fprintf(stderr, "vyxsim: %s\n", error.c_str());
             return 3;
