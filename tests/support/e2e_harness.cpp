@@ -189,6 +189,11 @@ int E2eTest::waitForDaemonExit(int timeoutMs) {
     return g_subprocess_get_if_exited(m_daemon) ? g_subprocess_get_exit_status(m_daemon) : -1;
 }
 
+void E2eTest::signalDaemon(int signal) {
+    if (m_daemon && g_subprocess_get_identifier(m_daemon))
+        g_subprocess_send_signal(m_daemon, signal);
+}
+
 std::string E2eTest::call(const std::string &uri, const std::string &payload, int timeoutMs) {
     return m_client->call(uri, payload, timeoutMs);
 }

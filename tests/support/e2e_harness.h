@@ -45,6 +45,7 @@ class E2eTest : public BusTest {
     ::testing::AssertionResult startDaemon(bool settled = true);
     // The daemon's exit status once it ended by itself; -1 while it runs or when it was killed.
     int waitForDaemonExit(int timeoutMs);
+    void signalDaemon(int signal);
 
     // Calls any method and returns its first reply ("" when none came).
     std::string call(const std::string &uri, const std::string &payload = "{}",
