@@ -77,9 +77,8 @@ const Row rows[] = {
      false, "SIGINT"},
     {"InstallServiceNotRunning", "install-service-down.json", SwitchOn, "profile app.vyxcore", "",
      "", "check !startInstall", -1, "", nullptr, false},
-    {"ApplicationManagerGoneMidRun", "quick-installs.json", SwitchOn, ALL_OF_THEM, "", "check", 0,
-     "", "com.velto.app.notes", false,
-     "setFault {\"notRunning\":[\"com.velto.applicationManager\"]}"},
+    {"ApplicationManagerGoneMidRun", "fresh-device.json", SwitchOn, ALL_OF_THEM, "", "check", 0, "",
+     "com.velto.app.notes", false, "setFault {\"notRunning\":[\"com.velto.applicationManager\"]}"},
 };
 
 const char DEMO_STATE[] = "velto://com.velto.vyxService/demoState";
