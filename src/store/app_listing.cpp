@@ -50,6 +50,8 @@ bool listPkgsCBRun(BusHandle *, BusMessage *reply, void *) {
         vyxLog(LOG_DEBUG, "%s: payload: %s", "listPkgsCBRun", KSMessageGetPayload(reply));
     if (!cacheListing(reply, root.get()))
         return true;
+    // The run that starts here parses the listing again as it needs it, within this call.
+    root.reset();
     g_free(s_StartingPkgListJSONPayload);
     s_StartingPkgListJSONPayload = g_strdup(KSMessageGetPayload(reply));
     startFileDownload();
@@ -116,6 +118,7 @@ bool listPkgsCBReconcile(BusHandle *, BusMessage *reply, void *) {
     JsonTree root = prvKSMessageGetPayloadJSON(reply);
     if (ignoreJsonResponse(root.get(), self))
         return true;
+    root.reset();
 
     unsigned startingCount = 0;
     unsigned currentCount = 0;
