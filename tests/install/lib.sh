@@ -7,13 +7,8 @@ scratch=$(mktemp -d)
 chmod 755 "$scratch"
 pids=()
 cleanup() {
-    local pid
-    for pid in "${pids[@]}"; do
-        kill "$pid" 2>/dev/null || true
-    done
-    for pid in "${pids[@]}"; do
-        wait "$pid" 2>/dev/null || true
-    done
+    kill "${pids[@]}" 2>/dev/null || true
+    wait || true
     rm -rf "$scratch"
 }
 trap cleanup EXIT
