@@ -110,6 +110,10 @@ TEST_F(ServiceCore, HeldDemoStateIsAnsweredUnknownWhenPreferencesNeverAnswer) {
     ASSERT_TRUE(startDaemon(false));
     EXPECT_EQ(call(DEMO_STATE, "{}", 15000), R"({"returnValue":"true","state":"unknown"})");
     EXPECT_EQ(waitForDaemonExit(3000), 0);
+    EXPECT_NE(daemonLog().find("exitTimerCB: About to send generic response for 'getDemoState' "
+                               R"(method": {"returnValue":"true","state":"unknown"})"),
+              std::string::npos)
+        << daemonLog();
     EXPECT_TRUE(records("launch").empty());
 }
 

@@ -138,19 +138,6 @@ TEST_F(RunningService, RepeatFlagPostponesTheFirstExpiryOnly) {
     EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "stopAllTimers"));
 }
 
-TEST_F(RunningService, HeldDemoStateIsAnsweredUnknownAtExit) {
-    BusClient client;
-    holdDemoState(client);
-    EXPECT_TRUE(client.replies().empty());
-    exitTimerCB(getExitTimer());
-    ASSERT_TRUE(waitUntil([&] { return !client.replies().empty(); }, "the held reply"));
-    EXPECT_EQ(client.replies()[0], "{\"returnValue\":\"true\",\"state\":\"unknown\"}");
-    EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "exitTimerCB: About to send generic response for "
-                                           "'getDemoState' method\": {\"returnValue\":\"true\","
-                                           "\"state\":\"unknown\"}"))
-        << LogCapture::dump();
-}
-
 TEST_F(RunningService, SigintEndsTheProcessWithoutAnsweringHeldCalls) {
     BusClient client;
     holdDemoState(client);
