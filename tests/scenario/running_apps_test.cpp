@@ -69,11 +69,6 @@ INSTANTIATE_TEST_SUITE_P(
                     runningList({{VYX, 12}, {PHONE, 300}}),
                     {"close " + closeOf(300)},
                     "processPIDsCB() #1: VYX [com.velto.app.vyx] is running, pid: 12"},
-        RunningCase{"FirstUseClosedBeforeTheLaunch",
-                    START,
-                    runningList({{FIRST_USE, 55}}),
-                    {"close " + closeOf(55), "launch " + INITIALIZE, "launch " + CORE_START},
-                    "processPIDsCB() #1: Start VYX video, F-U PID: 55"},
         RunningCase{
             "EntryWithoutProcessIdIsNotRunning",
             START,
