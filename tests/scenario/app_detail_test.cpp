@@ -55,8 +55,6 @@ const char NO_DETAIL[] = R"({"OutGetAppDetailV2":{"detail":{}}})";
 const DetailCase DETAIL_CASES[] = {
     {"NotInstalledInSmallChunks", "", {200, pieces(DETAIL, 7)}, {true, true, 345}, DETAIL_PAYLOAD,
      {LOG_DEBUG, "parseBazaroResponse: "s + DETAIL_PAYLOAD}},
-    {"SameVersionIsCurrent", "1.0.1", {200, {offer("1.0.1")}}, {true, true, 0}, "",
-     {LOG_DEBUG, CURRENT + "1.0.1, local copy is current"}},
     {"InstalledNewerIsKept", "2.0", {200, {offer("1.9")}}, {true, true, 0}, "",
      {LOG_DEBUG, CURRENT + "1.9, local copy is current"}},
     {"OlderInstalledGetsUpdate", "1.0.1", {200, {offer("1.0.2", R"(,"appSize":"678")")}},
