@@ -77,28 +77,6 @@ TEST_F(DemoBoot, DemoOffClosesWhatRunsOfTheDemonstration) {
     EXPECT_TRUE(FakeHost::sleeps.empty());
 }
 
-// A boot call that comes after the preference is known is answered at once and acts without
-// waiting for the account service.
-class DemoBootLate : public CoreScenario, public testing::WithParamInterface<bool> {};
-
-TEST_P(DemoBootLate, AnswersAtOnceAndStartsOrStops) {
-    bool on = GetParam();
-    startWithDemo(on ? DEMO_ON : DEMO_OFF);
-    EXPECT_EQ(call("demoState", R"({"onBoot":true})"), demoStateReply(on ? "on" : "off"));
-    const Requests expected = on ? Requests{"launch " + INITIALIZE, "launch " + CORE_START}
-                                 : Requests{"launch " + CORE_STOP, "launch " + DEMO_EXIT};
-    ASSERT_TRUE(waitUntil([&] { return appRequests().size() >= expected.size(); }, "the launches"));
-    EXPECT_EQ(appRequests(), expected);
-    EXPECT_TRUE(FakeHost::sleeps.empty());
-
-    // Later calls without "onBoot" only answer.
-    EXPECT_EQ(call("demoState", "{}"), demoStateReply(on ? "on" : "off"));
-    spinFor(100);
-    EXPECT_EQ(appRequests().size(), expected.size());
-}
-
-INSTANTIATE_TEST_SUITE_P(OnAndOff, DemoBootLate, testing::Bool());
-
 TEST_F(DemoBoot, SecondCallWhileTheFirstIsHeldIsAnsweredUnknown) {
     bootCallHeld();
     BusClient second;
