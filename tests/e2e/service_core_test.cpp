@@ -49,18 +49,6 @@ TEST_F(ServiceCore, BootWithTheDemoOnLaunchesTheDemonstration) {
     EXPECT_TRUE(launched("com.velto.app.vyxcore", "startVyx"));
 }
 
-// The demo's default device has nothing installed, so the platform refuses the launch.
-TEST_F(ServiceCore, SwitchingTheDemoOnOnAFreshDeviceStoresItAndTriesTheLaunch) {
-    ASSERT_TRUE(startSim(shippedScenario("fresh-device.json")));
-    ASSERT_TRUE(startDaemon());
-    EXPECT_EQ(call("velto://com.velto.vyxService/setDemoState", R"({"state":true})"),
-              R"({"returnValue":true})");
-    ASSERT_TRUE(preferenceWritten("true"));
-    EXPECT_TRUE(launched("com.velto.app.vyx", "initialize", "false"));
-    EXPECT_EQ(call(DEMO_STATE), R"({"returnValue":"true","state":"on"})");
-    EXPECT_NE(sim("preferences").find(R"("vyxStageRunning":true)"), std::string::npos);
-}
-
 TEST_F(ServiceCore, DemoSwitchedOnAndOffWithTheClient) {
     start(false);
     ToolRun on =
