@@ -167,8 +167,8 @@ TEST(JsonParse, KeepsEveryTextAsWrittenAndWritesItBack) {
     EXPECT_EQ(json_write(nullptr), "null");
 }
 
-std::string nested(int depth, char open, char close, const char *inside = "") {
-    return std::string(depth, open) + inside + std::string(depth, close);
+std::string nested(int depth, char open, char close) {
+    return std::string(depth, open) + std::string(depth, close);
 }
 
 TEST(JsonParse, BoundsNestingDepth) {
@@ -195,12 +195,8 @@ TEST(JsonParse, BoundsNestingDepth) {
 }
 
 TEST(JsonFree, FreesDeepAndWideTreesAndSubtrees) {
-    // A deep chain and a long list both go through the iterative free (ASan checks the rest).
-    JsonNode *deep = json_parse_document(nested(JSON_MAX_DEPTH, '[', ']', "1").c_str());
-    ASSERT_NE(deep, nullptr);
-    json_free_value(&deep);
-    EXPECT_EQ(deep, nullptr);
-
+    // A deep chain is freed in BoundsNestingDepth; a long list goes through the same iterative
+    // free.
     std::string list = "[0";
     for (int i = 1; i < 10000; i++) {
         list += ',';
