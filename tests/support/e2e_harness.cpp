@@ -10,13 +10,6 @@
 
 namespace {
 
-// A member's value as a test reads it: a string's text without its quotes, anything else as JSON.
-std::string valueText(const JsonNode *value) {
-    if (value && value->type == JSON_STRING)
-        return value->text ? value->text : "";
-    return value ? json_write(value) : "";
-}
-
 std::string binary(const std::string &name) {
     return std::string(VYX_BINARY_DIR) + "/" + name;
 }
@@ -29,18 +22,15 @@ std::string readText(const std::string &path) {
     return std::string(content, length);
 }
 
-bool sanitizerComplained(const std::string &text) {
-    return text.find("AddressSanitizer") != std::string::npos ||
-           text.find("runtime error:") != std::string::npos ||
-           text.find("LeakSanitizer") != std::string::npos;
-}
-
 } // namespace
 
 std::string SimRecord::text(const std::string &key) const {
     JsonTree root = jsonParse(json.c_str());
     const JsonNode *label = root ? json_find_first_label(root.get(), key.c_str()) : nullptr;
-    return label ? valueText(label->child) : "";
+    const JsonNode *value = label ? label->child : nullptr;
+    if (value && value->type == JSON_STRING)
+        return value->text;
+    return value ? json_write(value) : "";
 }
 
 std::string shippedScenario(const std::string &file) {
@@ -100,7 +90,7 @@ void E2eTest::stop(GSubprocess *&process, int signal, const char *name, bool mus
     if (mustExitCleanly &&
         (!g_subprocess_get_if_exited(process) || g_subprocess_get_exit_status(process) != 0))
         ADD_FAILURE() << name << " did not exit cleanly; its output:\n" << log;
-    if (sanitizerComplained(log))
+    if (log.find("Sanitizer") != std::string::npos || log.find("runtime error:") != log.npos)
         ADD_FAILURE() << name << " reported a sanitizer error:\n" << log;
     g_clear_object(&process);
 }

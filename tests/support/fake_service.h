@@ -36,8 +36,6 @@ class FakeService {
 
     bool start(); // owns the name and publishes the methods
     void stop();  // gives the name up: callers then get the "not running" reply
-    bool running() const { return m_handle != nullptr; }
-    const std::string &name() const { return m_name; }
 
     std::vector<RecordedCall> calls(const std::string &method) const;
     int count(const std::string &method) const;
