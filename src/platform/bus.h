@@ -68,3 +68,15 @@ const char *KSMessageGetSender(BusMessage *message);   // unique name of the cal
 const char *KSMessageGetMethod(BusMessage *message);   // member name, e.g. "launch"
 const char *KSMessageGetCategory(BusMessage *message); // object path, e.g. "/" or "/control"
 const char *KSHandleGetUniqueName(BusHandle *handle);
+
+// For tests and fuzz targets only, never the daemon. While on, KSRegister makes handles with no
+// bus behind them: names and categories are kept in the handle, every well-formed call is
+// accepted and dropped (its callback never runs), and replies to dispatched messages go nowhere.
+// That runs the daemon's modules in-process at full speed with nothing to start or tear down.
+void KSSetBuslessForTest(bool busless);
+// Runs the handler that `method` has in `category` of a busless handle, as a bus call would;
+// false when there is no such method.
+bool KSDispatchForTest(BusHandle *handle, const char *category, const char *method,
+                       const char *payload);
+// A message carrying `payload`, as a reply callback receives it; drop it with KSMessageUnref.
+BusMessage *KSMessageNewForTest(const char *payload);
