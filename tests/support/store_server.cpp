@@ -36,6 +36,11 @@ std::vector<StoreRequest> StoreServer::requests() {
     return m_requests;
 }
 
+void StoreServer::forgetRequests() {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_requests = {};
+}
+
 // Reads until `end` arrives at or after `from`; false when the connection closed first.
 static bool receiveUntil(int fd, std::string &data, const char *end, size_t from = 0) {
     char buffer[4096];

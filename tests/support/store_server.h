@@ -27,6 +27,8 @@ class StoreServer {
     ~StoreServer();
     std::string url() const { return "http://127.0.0.1:" + std::to_string(m_port) + "/"; }
     std::vector<StoreRequest> requests();
+    // A long-lived server (a fuzz target's) keeps no record of what it already answered.
+    void forgetRequests();
 
   private:
     void serve();
