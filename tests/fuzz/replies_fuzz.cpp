@@ -1,7 +1,10 @@
 // Replies to the daemon's calls come from other programs on the bus. The first byte picks the
 // reply callback, the second the state the daemon is in when the reply arrives, arranged so that
-// the callback has work to do; the rest is the reply payload.
+// the callback has work to do; the rest is the reply payload, and maybe replies after it.
 #include <glib.h>
+
+#include <algorithm>
+#include <string>
 
 #include "common/json_access.h"
 #include "fuzz_daemon.h"
@@ -146,7 +149,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                                      "{\"state\":\"connected\"},\"wan\":{\"network\":\"x\"}}");
     if (reply.arrange)
         reply.arrange(state);
-    std::string payload = input.rest();
-    fuzzReply(reply.callback, payload.c_str());
+    // A NUL ends a bus payload, so it also separates the replies of an input: the first goes to
+    // the callback picked above; each later one starts with a byte that picks its own callback
+    // and meets whatever state the replies before it left.
+    std::string rest(reinterpret_cast<const char *>(input.data), input.size);
+    BusMethodHandler callback = reply.callback;
+    size_t at = 0;
+    for (unsigned count = 0; count < 16; count++) {
+        if (count) {
+            if (at >= rest.size())
+                break;
+            callback = s_replies[static_cast<uint8_t>(rest[at++]) % REPLY_COUNT].callback;
+        }
+        size_t nul = std::min(rest.find('\0', at), rest.size());
+        fuzzReply(callback, rest.substr(at, nul - at).c_str());
+        at = nul + 1;
+    }
     return 0;
 }
