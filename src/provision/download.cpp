@@ -360,7 +360,12 @@ void appdownloadMemoryFree() {
     freeStrArray(&s_ppPurgeFiles);
     freeStrArray(&s_ppInstallFiles);
     freeStrArray(&s_ppProfileFiles);
+    // The counts and positions describe the lists just freed; left as they were, a reply that
+    // still arrives would index lists that are gone.
     s_FileCount = s_OptionalFileCount = s_PurgeFileCount = 0;
+    s_InstallFileCount = s_InstallFileCompleted = 0;
+    s_FileInfoOffset = s_PurgeFileOffset = -1;
+    s_bWaitingInstallStatus = false;
     releaseCurlHandle();
     resetDownloadFileProgress();
 }
