@@ -158,14 +158,6 @@ bool installPackageCB(BusHandle *, BusMessage *reply, void *) {
     if (ignored)
         return true;
     const char *packageId = entryText(s_ppFiles, s_FileCount, s_FileInfoOffset);
-    // The walk waits on the package at its offset. With none there the reply answers no request
-    // of this walk (it outlived the run that asked), and taking it as an accepted install would
-    // count an install that has no name on the install list.
-    if (!*packageId) {
-        vyxLog(LOG_ERR, "%s: No install request in process: %s", self,
-               logText(KSMessageGetPayload(reply)));
-        return true;
-    }
     if (refused) {
         if (!s_InstallFileCount)
             launchVYXCoreMessage("failConnect", nullptr, nullptr);

@@ -363,7 +363,9 @@ static unsigned countInstallsInProcess(const char *statusList) {
         launchVYXCoreMessage("endInstall", nullptr, nullptr);
         s_InstallMsgCountDown = MSG_COUNTDOWN_AFTER_END;
     }
-    for (unsigned i = 0; i < s_InstallFileCount && s_ppInstallFiles[i]; i++) {
+    // A reply that outlived its walk is counted as accepted without a name: the count may
+    // exceed the list, which may even be absent.
+    for (unsigned i = 0; s_ppInstallFiles && i < s_InstallFileCount && s_ppInstallFiles[i]; i++) {
         const char *id = s_ppInstallFiles[i];
         if (isFinished(id) || (!nothingInstalling && inList(inProcessIds, id)))
             continue;
