@@ -205,10 +205,7 @@ static void connectionWaitFired() {
         return;
     }
     vyxLog(LOG_ALERT, "%s: Give up waiting for internet access", self);
-    if (s_CurlHandle) {
-        vyxLog(LOG_DEBUG, "%s: Need to cleanup curl handle", self);
-        releaseCurlHandle();
-    }
+    releaseCurlHandle(self);
     s_bWaitForInternet = false;
     stopStatusTimer(getStatusTimer());
     processEndPackageInfo(FAIL_CONNECT, self);

@@ -435,9 +435,6 @@ void installStatusTimerFired() {
         return;
     }
     vyxLog(LOG_DEBUG, "%s: Status timer fired, but install has completed", self);
-    if (s_CurlHandle) {
-        vyxLog(LOG_DEBUG, "%s: Need to cleanup curl handle", self);
-        releaseCurlHandle();
-    }
+    releaseCurlHandle(self);
     processEndPackageInfo(FAIL_NONE, self);
 }

@@ -1,5 +1,7 @@
 #include "provision/run_state.h"
 
+#include "platform/log.h"
+
 StrArray s_ppFiles = nullptr;
 unsigned s_FileCount = 0;
 StrArray s_ppOptionalFiles = nullptr;
@@ -26,9 +28,12 @@ CURL *s_CurlHandle = nullptr;
 bool s_bWaitForInternet = false;
 bool s_bWaitingInstallStatus = false;
 
-void releaseCurlHandle() {
-    if (s_CurlHandle)
-        curl_easy_cleanup(s_CurlHandle);
+void releaseCurlHandle(const char *caller) {
+    if (!s_CurlHandle)
+        return;
+    if (caller)
+        vyxLog(LOG_DEBUG, "%s: Need to cleanup curl handle", caller);
+    curl_easy_cleanup(s_CurlHandle);
     s_CurlHandle = nullptr;
 }
 

@@ -37,7 +37,8 @@ extern CURL *s_CurlHandle;
 extern bool s_bWaitForInternet;
 extern bool s_bWaitingInstallStatus;
 
-void releaseCurlHandle();
+// Cleans the run's easy handle up; with a caller, a handle still there is logged as left over.
+void releaseCurlHandle(const char *caller = nullptr);
 void freeStrArray(StrArray *array);
 
 // The two halves of the status timer: the wait for a connection and the install status poll.
