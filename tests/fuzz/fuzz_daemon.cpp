@@ -4,6 +4,8 @@
 #include <glib/gstdio.h>
 #include <stdlib.h>
 
+#include <filesystem>
+
 #include "platform/host.h"
 #include "platform/log.h"
 #include "platform/paths.h"
@@ -35,8 +37,16 @@ static GLogWriterOutput abortOnCritical(GLogLevelFlags level, const GLogField *f
     return written;
 }
 
+static std::string s_root;
+
+// libFuzzer ends the process with exit(), also after a finding: the root goes with it.
+static void removeRoot() {
+    std::error_code ignored;
+    std::filesystem::remove_all(s_root, ignored);
+}
+
 const std::string &fuzzStartDaemon() {
-    static std::string root;
+    std::string &root = s_root;
     if (!root.empty())
         return root;
     g_log_set_writer_func(abortOnCritical, nullptr, nullptr);
@@ -49,6 +59,7 @@ const std::string &fuzzStartDaemon() {
                                ? g_mkdtemp(g_strdup("/dev/shm/vyxfuzz-XXXXXX"))
                                : g_dir_make_tmp("vyxfuzz-XXXXXX", nullptr);
     root = dir;
+    atexit(removeRoot);
     setenv("VYXSTAGED_ROOT", dir, 1);
     g_mkdir_with_parents((root + "/var/usr/velto").c_str(), 0755);
     g_mkdir_with_parents((root + "/usr/velto/vyxstage").c_str(), 0755);
