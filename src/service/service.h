@@ -43,7 +43,7 @@ bool serviceStart(); // start-up steps up to arming the first exit timer
 void serviceRun();   // runs the loop
 int serviceFinish(); // the loop returned or registration failed
 
-// The convention of every Part: startExitTimer(getExitTimer(), exitTimerCB, ms).
+// How every module re-arms the idle exit: startExitTimer(getExitTimer(), exitTimerCB, ms).
 bool restartExitTimer(guint32 intervalMs);
 
 // An outgoing one-shot call through the unnamed connection. A call that cannot be sent is
