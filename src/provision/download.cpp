@@ -24,7 +24,6 @@
 #define DEMO_START_FORMAT "{\"id\":\"%s\",\"params\":{\"action\":\"%s\"}}"
 #define DEMO_DETAILS_FORMAT "\"application\":\"%s\", \"autoRun\":true, \"videos\":\"%s\""
 #define DEMO_DETAILS_NO_VIDEO_FORMAT "\"application\":\"%s\", \"autoRun\":true"
-#define VYX_SERVICE_DATA_PACKAGE "com.velto.vyx"
 
 constexpr guint32 STATUS_TIMER_MS = 2000;
 constexpr int64_t CONNECTION_WAIT_SECS = 60;

@@ -18,7 +18,6 @@
 #include "store/profile.h"
 
 #define REMOVE_PAYLOAD_FORMAT "{\"id\":\"%s\"}"
-#define VYX_SERVICE_DATA_PACKAGE "com.velto.vyx"
 
 // A reply refuses when it carries a "returnValue" that is not true; anything else accepts.
 static bool isRefusal(BusMessage *reply, const char *caller, bool *ignored) {
