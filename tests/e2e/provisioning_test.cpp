@@ -159,7 +159,12 @@ class ProvisioningRun : public E2eTest, public ::testing::WithParamInterface<Row
 
 TEST_P(ProvisioningRun, EndsAsTheScenarioDemands) {
     const Row &row = GetParam();
-    ASSERT_TRUE(startSim(shippedScenario(row.scenario)));
+    // The shipped fresh device installs at a pace a person can watch; here it need not.
+    std::string scenario = shippedScenario(row.scenario);
+    if (scenario == shippedScenario("fresh-device.json"))
+        scenario = writeScenario("quick.json", R"({"extends":")" + scenario +
+                                                   R"(","installService":{"durationMs":3000}})");
+    ASSERT_TRUE(startSim(scenario));
     ASSERT_TRUE(startDaemon());
     std::map<std::string, std::string> before;
     snapshot(rooted("/var"), before);

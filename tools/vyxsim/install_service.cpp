@@ -86,9 +86,21 @@ void changed(Install &install) {
     });
 }
 
+// A package's own duration, else the scenario's, which may grow with the package's size.
+unsigned durationMs(const Install &install) {
+    if (install.behaviour.durationMs)
+        return install.behaviour.durationMs;
+    const Scenario &device = sim().device;
+    long long size = 0;
+    for (const CatalogueEntry &entry : device.catalogue)
+        if (entry.id == install.id)
+            size = entry.size;
+    long long scaled = size * device.installMsPerMiB / 1048576;
+    return device.installDurationMs + static_cast<unsigned>(std::min(scaled, 3600000LL));
+}
+
 unsigned tickMs(const Install &install) {
-    unsigned duration = install.behaviour.durationMs ? install.behaviour.durationMs
-                                                     : sim().device.installDurationMs;
+    unsigned duration = durationMs(install);
     if (install.removal)
         duration /= 3;
     unsigned ticks = install.removal ? 1 : DOWNLOAD_STEPS + 1;

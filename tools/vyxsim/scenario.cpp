@@ -343,9 +343,26 @@ void readBehaviour(const JsonNode *value, const std::string &where, InstallBehav
 void readInstallService(const JsonNode *service, const std::string &where, Scenario &scenario) {
     objectAt(service, where);
     onlyMembers(service, where, {"durationMs", "statusForm", "packages"});
-    if (const JsonNode *duration = jsonMember(service, "durationMs"))
-        scenario.installDurationMs =
-            static_cast<unsigned>(integerAt(duration, at(where, "durationMs"), 1, 600000));
+    // A number, or {"base","perMiB"} for installs that take longer the larger the package is.
+    // Either form replaces the other, so a scenario extending a device of slow installs makes
+    // them quick again with a plain number.
+    if (const JsonNode *duration = jsonMember(service, "durationMs")) {
+        std::string here = at(where, "durationMs");
+        scenario.installMsPerMiB = 0;
+        if (duration->type == JSON_OBJECT) {
+            onlyMembers(duration, here, {"base", "perMiB"});
+            const JsonNode *base = jsonMember(duration, "base");
+            const JsonNode *perMiB = jsonMember(duration, "perMiB");
+            scenario.installDurationMs =
+                base ? static_cast<unsigned>(integerAt(base, at(here, "base"), 0, 600000)) : 0;
+            if (perMiB)
+                scenario.installMsPerMiB =
+                    static_cast<unsigned>(integerAt(perMiB, at(here, "perMiB"), 0, 600000));
+        } else {
+            scenario.installDurationMs =
+                static_cast<unsigned>(integerAt(duration, here, 1, 600000));
+        }
+    }
     if (const JsonNode *form = jsonMember(service, "statusForm")) {
         std::string word = textAt(form, at(where, "statusForm"));
         if (word != "list" && word != "single")

@@ -83,6 +83,7 @@ struct Scenario {
 
     // install service
     unsigned installDurationMs = 3000;
+    unsigned installMsPerMiB = 0; // added per MiB of the package's catalogue size
     bool statusSingleForm = false;
     std::map<std::string, InstallBehaviour> installs;
 
