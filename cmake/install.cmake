@@ -17,6 +17,8 @@ if(TARGET vyxctl)
 endif()
 if(TARGET vyxsim)
   install(TARGETS vyxsim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT simulator)
+  install(FILES tools/vyxsim/web/index.html tools/vyxsim/web/app.js tools/vyxsim/web/style.css
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/vyxsim/web COMPONENT simulator)
 endif()
 install(FILES ${CMAKE_BINARY_DIR}/dist/vyxstaged.service
         DESTINATION ${VYX_SYSTEMD_UNIT_DIR} COMPONENT daemon)

@@ -25,6 +25,8 @@ VYX_BUILD_PACKAGES=(cmake make g++ pkg-config libglib2.0-dev libglib2.0-bin libc
                     libsoup-3.0-dev dbus-daemon)
 # What the test suite adds.
 VYX_TEST_PACKAGES=(libgtest-dev libgmock-dev googletest libbenchmark-dev)
+# What the browser test of the simulator's page adds; without them that test is skipped.
+VYX_BROWSER_PACKAGES=(chromium chromium-driver python3-selenium)
 # What fuzzing adds.
 VYX_FUZZ_PACKAGES=(clang libclang-rt-14-dev)
 # What the installed-service tests add: systemd-analyze (its unit check looks for dbus.socket,

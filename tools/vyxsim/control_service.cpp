@@ -46,33 +46,11 @@ void ctSetConnectivity(Call &call) {
 void ctSetFault(Call &call) {
     if (!objectPayload(call))
         return;
-    Faults faults = sim().device.faults;
     std::string error;
-    if (!parseFaults(call.payload, faults, error)) {
+    if (!faultsChange(call.payload, error)) {
         call.fail(error);
         return;
     }
-    for (const std::string &name : faults.notRunning)
-        if (!serviceKnown(name)) {
-            call.fail(name + " is not a simulated service");
-            return;
-        }
-    sim().device.faults = faults;
-    for (const std::string &name : serviceNames()) {
-        if (name == "com.velto.sim")
-            continue; // the control interface stays reachable
-        bool down = std::find(faults.notRunning.begin(), faults.notRunning.end(), name) !=
-                    faults.notRunning.end();
-        if (!serviceSetRunning(name, !down, error)) {
-            call.fail(error);
-            return;
-        }
-    }
-    if (!storeApplyFault(error)) {
-        call.fail(error);
-        return;
-    }
-    recordEvent("fault", "\"store\":\"" + std::string(storeFaultName(faults.store)) + "\"");
     call.ok();
 }
 
@@ -161,6 +139,30 @@ void ctQuit(Call &call) {
 }
 
 } // namespace
+
+bool faultsChange(const char *faultsObject, std::string &error) {
+    Faults faults = sim().device.faults;
+    if (!parseFaults(faultsObject, faults, error))
+        return false;
+    for (const std::string &name : faults.notRunning)
+        if (!serviceKnown(name)) {
+            error = name + " is not a simulated service";
+            return false;
+        }
+    sim().device.faults = faults;
+    for (const std::string &name : serviceNames()) {
+        if (name == "com.velto.sim")
+            continue; // the control interface stays reachable
+        bool down = std::find(faults.notRunning.begin(), faults.notRunning.end(), name) !=
+                    faults.notRunning.end();
+        if (!serviceSetRunning(name, !down, error))
+            return false;
+    }
+    if (!storeApplyFault(error))
+        return false;
+    recordEvent("fault", "\"store\":\"" + std::string(storeFaultName(faults.store)) + "\"");
+    return true;
+}
 
 void controlSetLoop(GMainLoop *loop) {
     s_loop = loop;

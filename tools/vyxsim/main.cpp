@@ -2,6 +2,7 @@
 #include <glib-unix.h>
 #include <glib.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -10,21 +11,26 @@
 #include "records.h"
 #include "services.h"
 #include "sim.h"
+#include "web.h"
 
 namespace {
 
 const char *USAGE =
-    "usage: vyxsim [--check] [--log FILE] [--root DIR] [--port N] SCENARIO\n"
+    "usage: vyxsim [--check] [--log FILE] [--root DIR] [--port N] [--web] [--web-port N] "
+    "SCENARIO\n"
     "  --check     only load and check the scenario\n"
     "  --log FILE  append every call received as one JSON line to FILE\n"
     "  --root DIR  where the scenario's files go (default: $VYXSTAGED_ROOT)\n"
-    "  --port N    store port on 127.0.0.1 (default: the scenario's, else a free one)\n";
+    "  --port N    store port on 127.0.0.1 (default: the scenario's, else a free one)\n"
+    "  --web       serve the device as a web page on 127.0.0.1 (its address is printed)\n"
+    "  --web-port N  the page's port (default: a free one); implies --web\n";
 
 struct Options {
     bool check = false;
     const char *log = nullptr;
     const char *root = nullptr;
     int port = -1;
+    int webPort = -1; // -1: no page
     const char *scenario = nullptr;
 };
 
@@ -40,13 +46,15 @@ bool parseArgs(int argc, char **argv, Options &options) {
         } else if (strcmp(arg, "--root") == 0) {
             if (!(options.root = value()))
                 return false;
-        } else if (strcmp(arg, "--port") == 0) {
+        } else if (strcmp(arg, "--port") == 0 || strcmp(arg, "--web-port") == 0) {
             const char *text = value();
             char *end = nullptr;
             long port = text ? strtol(text, &end, 10) : -1;
             if (!text || *end || port < 0 || port > 65535)
                 return false;
-            options.port = static_cast<int>(port);
+            (arg[2] == 'w' ? options.webPort : options.port) = static_cast<int>(port);
+        } else if (strcmp(arg, "--web") == 0) {
+            options.webPort = std::max(options.webPort, 0);
         } else if (arg[0] == '-' || options.scenario) {
             return false;
         } else {
@@ -135,16 +143,22 @@ int main(int argc, char **argv) {
     defineControlService();
 
     int status = 0;
+    bool web = options.webPort >= 0;
     if (!storeStart(options.port >= 0 ? options.port : sim().device.storePort, error) ||
+        (web && !webStart(options.webPort, error)) ||
         !servicesStart(loop, sim().device.faults.notRunning, error)) {
         fprintf(stderr, "vyxsim: %s\n", error.c_str());
         status = 3;
     } else {
+        // A line of its own, before "ready": scripts read the store's address off that one.
+        if (web)
+            printf("vyxsim: page %s\n", webUrl().c_str());
         printf("vyxsim: ready, scenario \"%s\", store %s\n", sim().device.name.c_str(),
                sim().storeUrl.c_str());
         fflush(stdout);
         g_main_loop_run(loop);
     }
+    webStop();
     servicesStop();
     storeStop();
     recordsClose();

@@ -20,6 +20,7 @@ struct Record {
 std::vector<Record> s_records;
 long s_seq = 0;
 FILE *s_log = nullptr;
+RecordListener s_listener = nullptr;
 gint64 s_start = g_get_monotonic_time();
 
 std::string header(const char *kind, long seq) {
@@ -78,6 +79,8 @@ void recordCall(const char *service, const char *category, const char *method, c
         fflush(s_log);
     }
     s_records.push_back(Record{seq, "call", json});
+    if (s_listener)
+        s_listener("call", json);
     publishEach("sim/watch", [&](const Subscriber &who) {
         return recordsWatchWants(who.filter, "call") ? "{\"returnValue\":true," + json.substr(1)
                                                      : std::string();
@@ -88,6 +91,8 @@ void recordEvent(const char *kind, const std::string &members) {
     long seq = ++s_seq;
     std::string json = jsonJoinMembers(header(kind, seq), members);
     s_records.push_back(Record{seq, kind, json});
+    if (s_listener)
+        s_listener(kind, json);
     publishEach("sim/watch", [&](const Subscriber &who) {
         return recordsWatchWants(who.filter, kind) ? "{\"returnValue\":true," + json.substr(1)
                                                    : std::string();
@@ -106,6 +111,10 @@ std::string recordsReply(const std::string &kind, long since) {
         out += record.json;
     }
     return out + "]}";
+}
+
+void recordsSetListener(RecordListener listener) {
+    s_listener = listener;
 }
 
 bool recordsWatchWants(const std::string &filter, const char *kind) {

@@ -22,5 +22,9 @@ void recordEvent(const char *kind, const std::string &members);
 // sequence number is above `since`.
 std::string recordsReply(const std::string &kind, long since);
 
+// One observer of every record as it is made (the web page); null removes it.
+using RecordListener = void (*)(const char *kind, const std::string &json);
+void recordsSetListener(RecordListener listener);
+
 // Watch subscribers choose kinds with a ";"-joined filter; empty means every kind but "call".
 bool recordsWatchWants(const std::string &filter, const char *kind);

@@ -29,6 +29,10 @@ void storeStop();
 // Applies the current store fault: "down" closes the listening socket, anything else opens it.
 bool storeApplyFault(std::string &error);
 
+// Applies a "faults" object (the scenario's shape) over the current faults: services go down or
+// come back, the store follows its fault. On failure `error` says what was wrong.
+bool faultsChange(const char *faultsObject, std::string &error);
+
 // Injections from the control interface; each returns how many callers were told.
 size_t displayInject(const std::string &statusObject);
 size_t connectivityInject(const std::string &statusObject);
