@@ -11,6 +11,7 @@
 #include "provision/config.h"
 #include "provision/install.h"
 #include "provision/install_status.h"
+#include "provision/run.h"
 #include "provision/run_state.h"
 #include "service/app_control.h"
 #include "service/demo_state.h"
@@ -28,19 +29,8 @@
 constexpr guint32 STATUS_TIMER_MS = 2000;
 constexpr int64_t CONNECTION_WAIT_SECS = 60;
 
-static int s_StateMode = DSM_IDLE;
 static bool s_bStartupVyxMode = false;
 static int s_tVyxAppPresent = -1;
-
-int getDownloadStateMode() {
-    return s_StateMode;
-}
-
-void setDownloadStateMode(int mode, const char *caller) {
-    vyxLog(LOG_DEBUG, "%s: Download state mode changed from %d to %d", logText(caller), s_StateMode,
-           mode);
-    s_StateMode = mode;
-}
 
 void setDownloadReason(bool startupVyxMode) {
     s_bStartupVyxMode = startupVyxMode;
@@ -89,15 +79,15 @@ static void failedOnRamp(const char *caller) {
 void startFileDownload() {
     static const char *const self = "startFileDownload";
     restartExitTimer(EXIT_TIMER_LONG_MS);
-    if (s_StateMode != DSM_IDLE)
-        vyxLog(LOG_ALERT, "%s: Unexpected state mode: %d", self, s_StateMode);
+    // Checked before the handle: a second start is logged as such even when it is abandoned.
+    expectDownloadStateMode({DSM_IDLE}, self);
     if (s_CurlHandle) {
         vyxLog(LOG_ALERT, "%s: Curl handle already initialized!  Abandoning", self);
         return;
     }
     vyxLog(LOG_DEBUG, "%s: Started", self);
     setDownloadStateMode(DSM_ONRAMP, self);
-    launchVYXCoreMessage("check", nullptr, nullptr);
+    launchVYXCoreMessage(POPUP_CHECK, nullptr, nullptr);
     s_bWaitForInternet = false;
     s_LastMsgSecs = hostNowSeconds();
 
@@ -159,7 +149,7 @@ bool checkOnRampInfo() {
         return true;
     }
     s_bWaitForInternet = false;
-    launchVYXCoreMessage("check", nullptr, nullptr);
+    launchVYXCoreMessage(POPUP_CHECK, nullptr, nullptr);
     vyxLog(LOG_DEBUG, "%s: Curl handle and connection...load profile", self);
     return loadProfilePackageList(s_CurlHandle);
 }
@@ -172,24 +162,24 @@ void restartStatusTimer() {
 }
 
 static void connectionWaitFired() {
-    static const char *const self = "statusTimerCB";
+    static const char *const logName = "statusTimerCB";
     if (getConnectionStatus(false) != 0) {
-        vyxLog(LOG_DEBUG, "%s: Status timer fired and data connection found", self);
+        vyxLog(LOG_DEBUG, "%s: Status timer fired and data connection found", logName);
         stopStatusTimer(getStatusTimer());
         s_bWaitForInternet = false;
         if (!s_CurlHandle) {
-            vyxLog(LOG_DEBUG, "%s: No curl handle, abandon", self);
-            processEndPackageInfo(FAIL_CONNECT, self);
-        } else if (s_StateMode == DSM_ONRAMP) {
-            launchVYXCoreMessage("check", nullptr, nullptr);
+            vyxLog(LOG_DEBUG, "%s: No curl handle, abandon", logName);
+            processEndPackageInfo(FAIL_CONNECT, logName);
+        } else if (getDownloadStateMode() == DSM_ONRAMP) {
+            launchVYXCoreMessage(POPUP_CHECK, nullptr, nullptr);
             loadProfilePackageList(s_CurlHandle);
-        } else if (s_StateMode == DSM_LOCAL) {
-            launchVYXCoreMessage("check", nullptr, nullptr);
+        } else if (getDownloadStateMode() == DSM_LOCAL) {
+            launchVYXCoreMessage(POPUP_CHECK, nullptr, nullptr);
             processNextPackageInfo();
         } else {
-            vyxLog(LOG_DEBUG, "%s: Curl handle but profile problem, perhaps?", self);
+            vyxLog(LOG_DEBUG, "%s: Curl handle but profile problem, perhaps?", logName);
             releaseCurlHandle();
-            processEndPackageInfo(FAIL_CONNECT, self);
+            processEndPackageInfo(FAIL_CONNECT, logName);
         }
         return;
     }
@@ -199,15 +189,15 @@ static void connectionWaitFired() {
         g_autofree char *text = g_strdup_printf("%d", percent < 1    ? 0
                                                       : percent > 99 ? 100
                                                                      : static_cast<int>(percent));
-        launchVYXCoreMessage("waitConnect", nullptr, text);
+        launchVYXCoreMessage(POPUP_WAIT_CONNECT, nullptr, text);
         restartStatusTimer();
         return;
     }
-    vyxLog(LOG_ALERT, "%s: Give up waiting for internet access", self);
-    releaseCurlHandle(self);
+    vyxLog(LOG_ALERT, "%s: Give up waiting for internet access", logName);
+    releaseCurlHandle(logName);
     s_bWaitForInternet = false;
     stopStatusTimer(getStatusTimer());
-    processEndPackageInfo(FAIL_CONNECT, self);
+    processEndPackageInfo(FAIL_CONNECT, logName);
 }
 
 int statusTimerCB(void *) {
@@ -238,7 +228,7 @@ static StrArray splitPackageIds(const char *list, unsigned count) {
 // application that is there.
 static void cannotRunDemo(const char *appId, bool sleepFirst) {
     if (!s_bStartupVyxMode) {
-        launchVYXAction("power", nullptr, nullptr);
+        launchVYXAction(DEMO_ACTION_POWER, nullptr, nullptr);
         return;
     }
     bool valid = validAccountTokens();
@@ -246,7 +236,7 @@ static void cannotRunDemo(const char *appId, bool sleepFirst) {
     clearKovaDemoPref();
     if (sleepFirst && !valid)
         hostSleepSeconds(2);
-    launchVYXCoreMessage(valid ? "disableVYX" : "noProfile", appId, nullptr);
+    launchVYXCoreMessage(valid ? POPUP_DISABLE_VYX : POPUP_NO_PROFILE, appId, nullptr);
 }
 
 void startupApplication(const char *changedList, unsigned changedCount, const char *currentList,
@@ -264,11 +254,9 @@ void startupApplication(const char *changedList, unsigned changedCount, const ch
         clearPkgListJSON();
         return;
     }
-    if (s_StateMode == DSM_RECONCILE)
+    if (getDownloadStateMode() == DSM_RECONCILE)
         vyxLog(LOG_DEBUG, "%s: Started", self);
-    else
-        vyxLog(LOG_ALERT, "%s: Unexpected state mode: %d", self, s_StateMode);
-    setDownloadStateMode(DSM_STARTUP, self);
+    setDownloadStateMode(DSM_STARTUP, self, {DSM_RECONCILE});
 
     g_auto(GStrv) changed = splitPackageIds(changedList, changedCount);
     vyxLog(LOG_DEBUG, "%s: Changed List: %s", self, changedList ? changedList : "");
@@ -285,7 +273,7 @@ void startupApplication(const char *changedList, unsigned changedCount, const ch
 
     if (inPackageIds(changed, changedCount, VYX_CORE_APP_ID)) {
         vyxLog(LOG_DEBUG, "%s: vyxCore changed", self);
-        launchVYXCoreAction("initialize", appId, false, nullptr);
+        launchVYXCoreAction(CORE_ACTION_INITIALIZE, appId, false, nullptr);
         s_bSetRebootAtEnd = true;
     }
     if (inPackageIds(changed, changedCount, packageId) ||
@@ -318,7 +306,7 @@ void startupApplication(const char *changedList, unsigned changedCount, const ch
         callService(self, APP_MANAGER_LAUNCH, exitPayload, genericCB);
     }
     setVyxAppName(appId);
-    launchVYXCoreAction("startVyx", appId, false, nullptr);
+    launchVYXCoreAction(CORE_ACTION_START_VYX, appId, false, nullptr);
     g_autofree char *startPayload =
         g_strdup_printf(DEMO_START_FORMAT, appId, reboot ? "reboot" : "initialize");
     vyxLog(LOG_DEBUG, "%s: Start VYX: %s", self, startPayload);
@@ -338,14 +326,12 @@ bool prvRunVYXCB(BusHandle *, BusMessage *reply, void *) {
         stopExitTimer(getExitTimer());
         startExitTimer(getExitTimer(), exitTimerCB, EXIT_TIMER_SHORT_MS);
     }
-    if (s_StateMode != DSM_STARTUP)
-        vyxLog(LOG_ALERT, "%s: Unexpected state mode: %d", self, s_StateMode);
-    setDownloadStateMode(DSM_IDLE, self);
+    setDownloadStateMode(DSM_IDLE, self, {DSM_STARTUP});
     if (!started) {
         vyxLog(LOG_ALERT, "%s: Can't find an VYX program to run, disabling VYX mode", self);
         clearKovaDemoPref();
         setVyxAppPresent(0);
-        launchVYXCoreMessage("disableVYX", nullptr, nullptr);
+        launchVYXCoreMessage(POPUP_DISABLE_VYX, nullptr, nullptr);
     }
     return true;
 }

@@ -1,20 +1,11 @@
-// A provisioning run: its state, its start, the on-ramp step that asks the store for the user's
-// profile, the wait for a connection, and the final start of the demonstration application.
+// A provisioning run (the map of its phases is provision/run.h): its start, the on-ramp step that
+// asks the store for the user's profile, the wait for a connection, and the final start of the
+// demonstration application.
 #pragma once
 
 #include "platform/bus.h"
+#include "provision/run.h"
 
-enum DownloadStateMode {
-    DSM_IDLE = 0,
-    DSM_ONRAMP = 1,
-    DSM_LOCAL = 2,
-    DSM_INSTALLING = 3,
-    DSM_RECONCILE = 4,
-    DSM_STARTUP = 5,
-};
-
-int getDownloadStateMode();
-void setDownloadStateMode(int mode, const char *caller);
 void setDownloadReason(bool startupVyxMode);
 
 // TriState: -1 unknown, 0 absent, 1 present.

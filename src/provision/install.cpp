@@ -10,6 +10,7 @@
 #include "platform/log.h"
 #include "provision/download.h"
 #include "provision/install_status.h"
+#include "provision/run.h"
 #include "provision/run_state.h"
 #include "service/app_control.h"
 #include "service/service.h"
@@ -65,7 +66,7 @@ void beginInstallDelete() {
     s_FileInfoOffset = -1;
     setDownloadStateMode(DSM_LOCAL, self);
     if (getConnectionStatus(false) != 0) {
-        launchVYXCoreMessage("check", nullptr, nullptr);
+        launchVYXCoreMessage(POPUP_CHECK, nullptr, nullptr);
         processNextPackageInfo();
         return;
     }
@@ -76,30 +77,27 @@ void beginInstallDelete() {
 // The install walk
 
 static bool sendInstallRequest(const char *packageId, char *installText, int32_t size) {
-    static const char *const self = "processNextPackageInfo";
+    static const char *const logName = "processNextPackageInfo";
     restartExitTimer(EXIT_TIMER_LONG_MS);
-    bool sent = callService(self, INSTALL_SERVICE_INSTALL, installText, installPackageCB);
+    bool sent = callService(logName, INSTALL_SERVICE_INSTALL, installText, installPackageCB);
     g_free(installText);
     if (sent)
-        vyxLog(LOG_DEBUG, "%s: Install request made for package [%s]", self, packageId);
+        vyxLog(LOG_DEBUG, "%s: Install request made for package [%s]", logName, packageId);
     addToInstallProgressTable(packageId, static_cast<uint32_t>(size));
     if (strcmp(packageId, VYX_SERVICE_DATA_PACKAGE) == 0)
         copyRoleFiles();
-    int mode = getDownloadStateMode();
-    if (mode != DSM_ONRAMP && mode != DSM_LOCAL && mode != DSM_INSTALLING)
-        vyxLog(LOG_ALERT, "%s: Unexpected state mode: %d", self, mode);
-    setDownloadStateMode(DSM_INSTALLING, self);
+    setDownloadStateMode(DSM_INSTALLING, logName, {DSM_ONRAMP, DSM_LOCAL, DSM_INSTALLING});
     return sent;
 }
 
 static void endOfWalk(bool lastQueryWorked) {
-    static const char *const self = "processNextPackageInfo";
-    vyxLog(LOG_DEBUG, "%s: Cleanup: Install count: %d", self, s_InstallFileCount);
+    static const char *const logName = "processNextPackageInfo";
+    vyxLog(LOG_DEBUG, "%s: Cleanup: Install count: %d", logName, s_InstallFileCount);
     releaseCurlHandle();
     if (s_InstallFileCount)
         requestInstallStatus();
     else
-        processEndPackageInfo(lastQueryWorked ? FAIL_NONE : FAIL_CONNECT, self);
+        processEndPackageInfo(lastQueryWorked ? FAIL_NONE : FAIL_CONNECT, logName);
 }
 
 bool processNextPackageInfo() {
@@ -131,7 +129,7 @@ bool processNextPackageInfo() {
             vyxLog(LOG_DEBUG, "%s: Search for Package [%s] in Bazaro failed%s", self, packageId,
                    " twice!");
             packageId[0] = '\0';
-            launchVYXCoreMessage("failConnect", nullptr, nullptr);
+            launchVYXCoreMessage(POPUP_FAIL_CONNECT, nullptr, nullptr);
             break;
         }
         failedOnce = false;
@@ -159,7 +157,7 @@ bool installPackageCB(BusHandle *, BusMessage *reply, void *) {
     const char *packageId = entryText(s_ppFiles, s_FileCount, s_FileInfoOffset);
     if (refused) {
         if (!s_InstallFileCount)
-            launchVYXCoreMessage("failConnect", nullptr, nullptr);
+            launchVYXCoreMessage(POPUP_FAIL_CONNECT, nullptr, nullptr);
         vyxLog(LOG_ERR, "%s: Failed to begin install of package [%s]: %s", self, packageId,
                logText(KSMessageGetPayload(reply)));
         processNextPackageInfo();
@@ -167,7 +165,7 @@ bool installPackageCB(BusHandle *, BusMessage *reply, void *) {
     }
     vyxLog(LOG_DEBUG, "%s: package [%s] install request made", self, packageId);
     prvStrArrayAppend(&s_ppInstallFiles, packageId);
-    launchVYXCoreMessage("startInstall", nullptr, nullptr);
+    launchVYXCoreMessage(POPUP_START_INSTALL, nullptr, nullptr);
     s_InstallMsgCountDown = 3;
     s_InstallFileCount++;
     s_LastMsgSecs = hostNowSeconds();
@@ -222,11 +220,8 @@ bool deletePackageCB(BusHandle *, BusMessage *reply, void *) {
 void processEndPackageInfo(int failType, const char *caller) {
     static const char *const self = "processEndPackageInfo";
     vyxLog(LOG_DEBUG, "%s: Called with failType %d from %s", self, failType, logText(caller));
-    launchVYXCoreMessage(failType ? "failConnect" : "startVYX", nullptr, nullptr);
-    int mode = getDownloadStateMode();
-    if (mode != DSM_ONRAMP && mode != DSM_LOCAL && mode != DSM_INSTALLING)
-        vyxLog(LOG_ALERT, "%s: Unexpected state mode: %d", self, mode);
-    setDownloadStateMode(DSM_RECONCILE, self);
+    launchVYXCoreMessage(failType ? POPUP_FAIL_CONNECT : POPUP_START_VYX, nullptr, nullptr);
+    setDownloadStateMode(DSM_RECONCILE, self, {DSM_ONRAMP, DSM_LOCAL, DSM_INSTALLING});
     callService(self, APP_MANAGER_LIST_PACKAGES, "{}", listPkgsCBReconcile);
     if (failType == FAIL_NONE)
         saveProfileFileList(s_ppProfileFiles);

@@ -9,6 +9,7 @@
 #include "platform/host.h"
 #include "platform/log.h"
 #include "provision/install.h"
+#include "provision/run.h"
 #include "provision/run_state.h"
 #include "service/app_control.h"
 #include "service/service.h"
@@ -39,6 +40,11 @@ static void markFinished(unsigned index) {
 
 static int acceptedIndex(const char *id) {
     return prvFindInStringArray(s_ppInstallFiles, static_cast<int>(s_InstallFileCount), id);
+}
+
+// The codes of an install the service is still working on.
+static bool isInstalling(InstallStatusCode code) {
+    return code == INSTALL_ACTIVE || code == INSTALL_DOWNLOADING || code == INSTALL_ICON;
 }
 
 static bool walkIsThrough() {
@@ -213,7 +219,7 @@ static void sendProgressWhenDue() {
     if (s_InstallMsgCountDown > 0 && hostNowSeconds() - s_LastMsgSecs <= MSG_INTERVAL_SECS)
         return;
     g_autofree char *percent = g_strdup_printf("%u", computeInstallPercent());
-    launchVYXCoreMessage("continueInstall", nullptr, percent);
+    launchVYXCoreMessage(POPUP_CONTINUE_INSTALL, nullptr, percent);
     s_InstallMsgCountDown = MSG_COUNTDOWN;
     s_LastMsgSecs = hostNowSeconds();
 }
@@ -227,8 +233,8 @@ static void finishedOrWait(int failType) {
 }
 
 static void singleFormStatus(const JsonNode *root, const char *payload) {
-    static const char *const self = "installStatusCB";
-    vyxLog(LOG_DEBUG, "%s: Simple status: %s", self, payload);
+    static const char *const logName = "installStatusCB";
+    vyxLog(LOG_DEBUG, "%s: Simple status: %s", logName, payload);
     const char *id = labelText(json_find_first_label(root, "id"));
     const JsonNode *details = json_find_first_label(root, "details");
     int index = acceptedIndex(id);
@@ -240,13 +246,12 @@ static void singleFormStatus(const JsonNode *root, const char *payload) {
     InstallStatusCode code = getStatusInstallService(getJsonString(details, "state"),
                                                      getJsonString(details, "progress"), &progress);
     updateInstallProgressTable(id, code, progress);
-    switch (code) {
-    case INSTALL_ACTIVE:
-    case INSTALL_DOWNLOADING:
-    case INSTALL_ICON:
+    if (isInstalling(code)) {
         restartExitTimer(EXIT_TIMER_LONG_MS);
         restartStatusTimer();
         return;
+    }
+    switch (code) {
     case INSTALL_CANCELED:
     case INSTALL_FAILED:
         markFinished(static_cast<unsigned>(index));
@@ -254,14 +259,14 @@ static void singleFormStatus(const JsonNode *root, const char *payload) {
         return;
     case INSTALL_REMOVING:
     case INSTALL_REMOVED:
-        vyxLog(LOG_DEBUG, "%s: Deleted state for %s", self, id);
+        vyxLog(LOG_DEBUG, "%s: Deleted state for %s", logName, id);
         s_bSetRebootAtEnd = true;
         break;
     case INSTALL_DONE:
         break;
     default:
-        vyxLog(LOG_DEBUG, "%s: Unexpected state: %s", self, payload);
-        processEndPackageInfo(FAIL_INSTALL, self);
+        vyxLog(LOG_DEBUG, "%s: Unexpected state: %s", logName, payload);
+        processEndPackageInfo(FAIL_INSTALL, logName);
         return;
     }
     markFinished(static_cast<unsigned>(index));
@@ -327,13 +332,12 @@ static unsigned countInstallsInProcess(const char *statusList) {
             getStatusInstallService(fields[1], fields[2] ? fields[2] : "", &progress);
         vyxLog(LOG_DEBUG, "%s: App '%s' matched, im:%d", self, fields[0], code);
         updateInstallProgressTable(fields[0], code, progress);
-        switch (code) {
-        case INSTALL_ACTIVE:
-        case INSTALL_DOWNLOADING:
-        case INSTALL_ICON:
+        if (isInstalling(code)) {
             inProcessCount++;
             prvStrAppend(&inProcess, fields[0]);
-            break;
+            continue;
+        }
+        switch (code) {
         case INSTALL_DONE:
             markFinished(static_cast<unsigned>(index));
             break;
@@ -360,7 +364,7 @@ static unsigned countInstallsInProcess(const char *statusList) {
         inProcess ? g_strsplit(inProcess, getStringSeparator(), -1) : nullptr;
     bool nothingInstalling = active == 0 || !inProcess;
     if (nothingInstalling && failed == 0 && s_InstallFileCount > 0) {
-        launchVYXCoreMessage("endInstall", nullptr, nullptr);
+        launchVYXCoreMessage(POPUP_END_INSTALL, nullptr, nullptr);
         s_InstallMsgCountDown = MSG_COUNTDOWN_AFTER_END;
     }
     // A reply that outlived its walk is counted as accepted without a name: the count may
@@ -384,8 +388,7 @@ static void noMoreInstalls(const char *statusList) {
            statusList ? statusList : "");
     for (unsigned i = 0; i < s_CountInstallElements; i++) {
         InstallProgressEntry &entry = s_InstallProgress[i];
-        if (!entry.seen || entry.state == INSTALL_ACTIVE || entry.state == INSTALL_DOWNLOADING ||
-            entry.state == INSTALL_ICON)
+        if (!entry.seen || isInstalling(entry.state))
             entry.state = INSTALL_DONE;
     }
     processEndPackageInfo(FAIL_NONE, "installStatusCB");
@@ -424,9 +427,9 @@ bool installStatusCB(BusHandle *, BusMessage *reply, void *) {
 
 // The install half of the status timer: ask again, unless a request is out or all is done.
 void installStatusTimerFired() {
-    static const char *const self = "statusTimerCB";
+    static const char *const logName = "statusTimerCB";
     if (s_bWaitingInstallStatus) {
-        vyxLog(LOG_DEBUG, "%s: Status timer fired, but ignored as request is in process", self);
+        vyxLog(LOG_DEBUG, "%s: Status timer fired, but ignored as request is in process", logName);
         return;
     }
     stopStatusTimer(getStatusTimer());
@@ -434,7 +437,7 @@ void installStatusTimerFired() {
         requestInstallStatus();
         return;
     }
-    vyxLog(LOG_DEBUG, "%s: Status timer fired, but install has completed", self);
-    releaseCurlHandle(self);
-    processEndPackageInfo(FAIL_NONE, self);
+    vyxLog(LOG_DEBUG, "%s: Status timer fired, but install has completed", logName);
+    releaseCurlHandle(logName);
+    processEndPackageInfo(FAIL_NONE, logName);
 }

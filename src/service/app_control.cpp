@@ -101,7 +101,7 @@ bool prvLaunchVYXCB(BusHandle *, BusMessage *reply, void *) {
 
     // The launch failed because the demonstration application is not installed: that is what
     // starts provisioning.
-    int mode = getDownloadStateMode();
+    DownloadStateMode mode = getDownloadStateMode();
     if (mode != DSM_IDLE) {
         vyxLog(LOG_DEBUG, "%s: VYX launch failed, but download already in process, mode: %d", self,
                mode);

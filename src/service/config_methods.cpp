@@ -111,7 +111,7 @@ bool assignConfigFile(BusHandle *handle, BusMessage *message, void *) {
 
 bool verifyPackages(BusHandle *handle, BusMessage *message, void *) {
     static const char *const self = "verifyPackages";
-    int mode = getDownloadStateMode();
+    DownloadStateMode mode = getDownloadStateMode();
     if (mode != DSM_IDLE) {
         vyxLog(LOG_DEBUG, "%s: Reject request, downoad in process: %d", self, mode);
         restartExitTimer(EXIT_TIMER_SHORT_MS);

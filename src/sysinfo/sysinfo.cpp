@@ -7,6 +7,7 @@
 #include "common/json_access.h"
 #include "common/texts.h"
 #include "platform/log.h"
+#include "provision/run.h"
 #include "service/app_control.h"
 #include "service/service.h"
 #include "store/app_listing.h"
@@ -122,7 +123,7 @@ bool isAllSystemInfoPresent(const char *caller) {
 
 static void prvSendCheckIfFileDownloadWaits() {
     if (isRunLocalFileDownload())
-        launchVYXCoreMessage("check", nullptr, nullptr);
+        launchVYXCoreMessage(POPUP_CHECK, nullptr, nullptr);
 }
 
 static void prvRequestPackageListing() {
