@@ -36,5 +36,7 @@ InstallStatusCode getStatusInstallService(const char *state, const char *progres
                                           unsigned *progressOut);
 bool updateInstallProgressTable(const char *id, InstallStatusCode code, unsigned progress);
 void addToInstallProgressTable(const char *id, uint32_t size);
+// The overall percent over the progress table. Not a plain getter: a percent above the last one
+// re-arms the exit timer (EXIT_TIMER_LONG_MS), since installs that progress keep the service up.
 unsigned computeInstallPercent();
 void resetDownloadFileProgress();

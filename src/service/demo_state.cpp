@@ -104,46 +104,46 @@ void clearKovaDemoPref() {
 
 // Reads the stored preference into the state; true when the demo is to be started.
 static bool evaluateDemoPref(const JsonNode *root) {
-    static const char *const self = "determineKovaDemoPrefCB";
-    const JsonNode *running = prvJsonFindFirstLabel(root, "vyxStageRunning", self);
+    static const char *const logName = "determineKovaDemoPrefCB";
+    const JsonNode *running = prvJsonFindFirstLabel(root, "vyxStageRunning", logName);
     if (!isJsonObjectTrue(running)) {
         s_demoRunning = false;
         s_initDemoStatus = 1;
         if (!running)
-            vyxLog(LOG_ALERT, "%s: Failed to find current demo status, default to OFF", self);
-        vyxLog(LOG_DEBUG, "%s: resetting kova preferences", self);
+            vyxLog(LOG_ALERT, "%s: Failed to find current demo status, default to OFF", logName);
+        vyxLog(LOG_DEBUG, "%s: resetting kova preferences", logName);
         setKovaDemoPref(nullptr);
         return false;
     }
 
     s_vyxAppName[0] = '\0';
     s_vyxPackageName[0] = '\0';
-    const JsonNode *details = prvJsonFindFirstLabel(root, "vyxStageDetails", self);
-    const JsonNode *application = details && details->child
-                                      ? prvJsonFindFirstLabel(details->child, "application", self)
-                                      : nullptr;
+    const JsonNode *details = prvJsonFindFirstLabel(root, "vyxStageDetails", logName);
+    const JsonNode *application =
+        details && details->child ? prvJsonFindFirstLabel(details->child, "application", logName)
+                                  : nullptr;
     if (application && application->child && application->child->type == JSON_STRING) {
         setVyxAppName(application->child->text);
-        vyxLog(LOG_DEBUG, "%s: vyxStageDetails/application element contains: %s", self,
+        vyxLog(LOG_DEBUG, "%s: vyxStageDetails/application element contains: %s", logName,
                application->child->text);
         s_initDemoStatus = 1;
         // A named application without autoRun leaves the demo off, and the stored
         // preference as the one who wrote it meant it.
-        s_demoRunning = isJsonObjectTrue(prvJsonFindFirstLabel(details->child, "autoRun", self));
+        s_demoRunning = isJsonObjectTrue(prvJsonFindFirstLabel(details->child, "autoRun", logName));
         if (!s_demoRunning)
             return false;
     } else {
         if (!details)
-            vyxLog(LOG_DEBUG, "%s: vyxStageDetails element %s", self, "not found");
+            vyxLog(LOG_DEBUG, "%s: vyxStageDetails element %s", logName, "not found");
         else if (!details->child)
-            vyxLog(LOG_DEBUG, "%s: vyxStageDetails element %s", self, "empty");
+            vyxLog(LOG_DEBUG, "%s: vyxStageDetails element %s", logName, "empty");
         else
-            vyxLog(LOG_DEBUG, "%s: vyxStageDetails/application element %s", self,
+            vyxLog(LOG_DEBUG, "%s: vyxStageDetails/application element %s", logName,
                    application ? "invalid" : "not found");
         s_demoRunning = true;
         s_initDemoStatus = 1;
     }
-    vyxLog(LOG_DEBUG, "%s: Demo starting up!", self);
+    vyxLog(LOG_DEBUG, "%s: Demo starting up!", logName);
     return true;
 }
 

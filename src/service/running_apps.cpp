@@ -98,7 +98,7 @@ static void startDemo(const JsonNode *root, int whatToDo) {
 }
 
 static void stopDemo(const JsonNode *root, int whatToDo) {
-    static const char *const self = "processPIDsCB";
+    static const char *const logName = "processPIDsCB";
     int vyxPid = getProcessId(root, getVyxAppName());
     int firstUsePid = getProcessId(root, FIRST_USE_APP_ID);
     vyxLog(LOG_DEBUG, "processPIDsCB() #2: VYX [%s] PID: %d, F-U PID: %d", getVyxAppName(), vyxPid,
@@ -112,11 +112,11 @@ static void stopDemo(const JsonNode *root, int whatToDo) {
 
     // Sent whatever runs: either application may be on its way up.
     g_autofree char *coreStop = g_strdup_printf(CORE_STOP_FORMAT, VYX_CORE_APP_ID);
-    vyxLog(LOG_DEBUG, "%s: vyxCore changed: %s", self, coreStop);
-    callService(self, APP_MANAGER_LAUNCH, coreStop, genericCB);
+    vyxLog(LOG_DEBUG, "%s: vyxCore changed: %s", logName, coreStop);
+    callService(logName, APP_MANAGER_LAUNCH, coreStop, genericCB);
     g_autofree char *demoExit = g_strdup_printf(DEMO_EXIT_FORMAT, getVyxAppName());
-    vyxLog(LOG_DEBUG, "%s: Send exit to vyx application: %s", self, demoExit);
-    callService(self, APP_MANAGER_LAUNCH, demoExit, genericCB);
+    vyxLog(LOG_DEBUG, "%s: Send exit to vyx application: %s", logName, demoExit);
+    callService(logName, APP_MANAGER_LAUNCH, demoExit, genericCB);
 }
 
 void processPIDsCB(BusMessage *reply, int whatToDo) {

@@ -56,32 +56,32 @@ static int debug_callback(CURL *, curl_infotype type, char *data, size_t size, v
 
 // The profile's package ids joined with ";"; null when it names none. count: elements looked at.
 static char *prvProfilePackages(const JsonNode *userApps, int *count, bool *understood) {
-    static const char self[] = "parseBazaroProfileResponse";
+    static const char logName[] = "parseBazaroProfileResponse";
     char *packages = nullptr;
     *count = 0;
     *understood = true;
     if (userApps->type == JSON_ARRAY) {
-        vyxLog(LOG_DEBUG, "%s: userApps element exists and has type array", self);
+        vyxLog(LOG_DEBUG, "%s: userApps element exists and has type array", logName);
         for (const JsonNode *app = userApps->child; app; app = app->next, ++*count) {
-            vyxLog(LOG_DEBUG, "%s: Array element [%d] has type [%s] [%s]", self, *count,
+            vyxLog(LOG_DEBUG, "%s: Array element [%d] has type [%s] [%s]", logName, *count,
                    decodeJsonObjectType(app), decodeJsonObjectType(app->child));
-            const JsonNode *id = prvJsonFindFirstLabel(app, "publicApplicationId", self);
+            const JsonNode *id = prvJsonFindFirstLabel(app, "publicApplicationId", logName);
             if (id && id->child)
                 prvStrAppend(&packages, id->child->text);
             else
                 vyxLog(LOG_ALERT,
                        "%s: Array element [%d] doesn't have a 'publicApplicationId' element: %s",
-                       self, *count + 1, s_incomingProfileData);
+                       logName, *count + 1, s_incomingProfileData);
         }
     } else if (userApps->type == JSON_OBJECT) {
-        vyxLog(LOG_DEBUG, "%s: 'userApps' element has type: object", self);
-        const JsonNode *id = prvJsonFindFirstLabel(userApps, "publicApplicationId", self);
+        vyxLog(LOG_DEBUG, "%s: 'userApps' element has type: object", logName);
+        const JsonNode *id = prvJsonFindFirstLabel(userApps, "publicApplicationId", logName);
         if (id && id->child) {
             prvStrAppend(&packages, id->child->text);
             *count = 1;
         }
     } else {
-        vyxLog(LOG_DEBUG, "%s: 'userApps' element has unexpected type [%s]", self,
+        vyxLog(LOG_DEBUG, "%s: 'userApps' element has unexpected type [%s]", logName,
                decodeJsonObjectType(userApps));
         *understood = false;
     }
