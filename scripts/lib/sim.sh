@@ -3,16 +3,18 @@
 # and the root) before use. Everything started here is stopped by its process id in sim_stop.
 bus_pid="" sim_pid="" daemon_pid="" daemon_status=""
 
-# sim_start SCENARIO: the bus and vyxsim, with every call vyxsim receives in $work/calls.log.
+# sim_start SCENARIO [VYXSIM OPTION...]: the bus (configured by $SIM_BUS_CONFIG when set) and
+# vyxsim, with every call vyxsim receives in $work/calls.log.
 sim_start() {
-    local bus
-    bus=$(dbus-daemon --session --fork --print-address=1 --print-pid=1) || return 1
+    local bus config=(--session)
+    [ -n "${SIM_BUS_CONFIG:-}" ] && config=(--config-file="$SIM_BUS_CONFIG")
+    bus=$(dbus-daemon "${config[@]}" --fork --print-address=1 --print-pid=1) || return 1
     DBUS_SESSION_BUS_ADDRESS=$(sed -n 1p <<<"$bus")
     bus_pid=$(sed -n 2p <<<"$bus")
     VYXSTAGED_ROOT=$work/root
     export DBUS_SESSION_BUS_ADDRESS VYXSTAGED_ROOT
     mkdir -p "$VYXSTAGED_ROOT"
-    "$BUILD/vyxsim" --log "$work/calls.log" "$1" >"$work/vyxsim.log" 2>&1 &
+    "$BUILD/vyxsim" --log "$work/calls.log" "${@:2}" "$1" >"$work/vyxsim.log" 2>&1 &
     sim_pid=$!
     for _ in $(seq 100); do
         grep -q ready "$work/vyxsim.log" && return 0

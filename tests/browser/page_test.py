@@ -102,6 +102,7 @@ try:
             percent = int(by_id("popup").get_attribute("data-percent"))
             if not percents or percent != percents[-1]:
                 percents.append(percent)
+                time.sleep(1)  # the bar slides to its new width
                 shot("1-installing")
         return shown("demo-app")
     wait_for("the demonstration", climbing, 90)

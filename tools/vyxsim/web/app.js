@@ -4,6 +4,11 @@
 
 const $ = (id) => document.getElementById(id);
 const INSTALL_SERVICE = 'com.velto.appInstallService';
+// Failures are alerts: they stay in front, over a demonstration started after them, until the
+// person taps OK or the next pop-up comes.
+const ALERTS = ['failConnect', 'disableVYX', 'noProfile'];
+let current = null;
+let dismissed = 0;
 
 // What the core application shows for each message, in words a shop assistant understands.
 const POPUPS = {
@@ -78,7 +83,8 @@ function renderPhone(s) {
   $('net-icon').textContent = { wifi: '', cellular: 'LTE', none: 'No service' }[net];
   $('caption').textContent = ['Display ' + display, netWords[net], docked ? 'docked' : 'not docked'].join(' · ');
 
-  fill($('apps'), s.packages.filter((p) => !p.id.startsWith('com.velto.vyx.')), (p) => {
+  // Only applications get an icon; data packages (the demonstration's videos, say) do not.
+  fill($('apps'), s.packages.filter((p) => p.id.includes('.app.')), (p) => {
     const app = el('li', 'app');
     const icon = el('span', 'icon', (p.title || p.id).replace(/^Vyx /, '').slice(0, 1));
     icon.style.setProperty('--h', hue(p.id));
@@ -87,8 +93,11 @@ function renderPhone(s) {
   }, '');
 
   const popup = s.popup;
-  const showPopup = s.foreground === 'popup' && popup;
+  const alert = popup && ALERTS.includes(popup.message) && popup.seq > dismissed;
+  const showPopup = popup && (alert || s.foreground === 'popup');
   $('popup').hidden = !showPopup;
+  $('popup').classList.toggle('alert', Boolean(alert));
+  $('popup-ok').hidden = !alert;
   if (showPopup) {
     const words = POPUPS[popup.message] || [popup.message, ''];
     const percent = Math.max(0, Math.min(100, parseInt(popup.percent, 10) || 0));
@@ -169,6 +178,7 @@ function renderSide(s) {
 }
 
 function render(s) {
+  current = s;
   renderPhone(s);
   renderSide(s);
 }
@@ -191,6 +201,7 @@ function wire() {
   $('demo-on').onclick = () => post('/api/demo', { state: true });
   $('demo-off').onclick = () => post('/api/demo', { state: false });
   $('verify').onclick = () => post('/api/verify', {});
+  $('popup-ok').onclick = () => { dismissed = current.popup.seq; render(current); };
   for (const b of $('display-seg').children) b.onclick = () => post('/api/display', { state: b.dataset.display });
   for (const b of $('dock-seg').children) b.onclick = () => post('/api/display', { dock: b.dataset.dock === 'true' });
   for (const b of $('network-seg').children) b.onclick = () => post('/api/network', { network: b.dataset.network });
