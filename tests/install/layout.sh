@@ -4,8 +4,9 @@ set -euo pipefail
 rm -rf "$VYX_DESTDIR"
 DESTDIR="$VYX_DESTDIR" cmake --install "$VYX_BUILD_DIR" >/dev/null
 
+page=$(printf "$VYX_WEBDIR/%s\n" index.html app.js style.css)
 expected=$(printf '%s\n' "$VYX_DAEMON" "$VYX_BINDIR/vyxctl" "$VYX_BINDIR/vyxsim" "$VYX_UNIT" \
-    "$VYX_TMPFILES" "$VYX_POLICY" "$VYX_ACTIVATION" | sort)
+    "$VYX_TMPFILES" "$VYX_POLICY" "$VYX_ACTIVATION" "$page" | sort)
 installed=$(cd "$VYX_DESTDIR" && find . ! -type d | sed 's/^\.//' | sort)
 if [ "$installed" != "$expected" ]; then
     diff <(echo "$expected") <(echo "$installed") >&2 || true
@@ -20,7 +21,8 @@ grep -qx "Exec=$VYX_DAEMON" "$VYX_DESTDIR$VYX_ACTIVATION" || { echo "FAIL: Exec"
 
 # The simulator is a component of its own, so a device image can leave it out.
 DESTDIR="$VYX_DESTDIR.sim" cmake --install "$VYX_BUILD_DIR" --component simulator >/dev/null
-simulator=$(cd "$VYX_DESTDIR.sim" && find . ! -type d | sed 's/^\.//')
+simulator=$(cd "$VYX_DESTDIR.sim" && find . ! -type d | sed 's/^\.//' | sort)
 rm -rf "$VYX_DESTDIR.sim"
-[ "$simulator" = "$VYX_BINDIR/vyxsim" ] || { echo "FAIL: simulator component: $simulator" >&2; exit 1; }
+[ "$simulator" = "$(printf '%s\n' "$VYX_BINDIR/vyxsim" "$page" | sort)" ] ||
+    { echo "FAIL: simulator component: $simulator" >&2; exit 1; }
 echo "installed as expected"
