@@ -550,7 +550,7 @@ void handle(SoupServer *, SoupServerMessage *message, const char *path, GHashTab
         answer(message, SOUP_STATUS_METHOD_NOT_ALLOWED, method + " is not served here");
         return;
     }
-    if (strcmp(path, "/events") == 0) {
+    if (strcmp(path, "/events") == 0 && method == "GET") {
         openStream(message);
         return;
     }
