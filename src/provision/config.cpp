@@ -165,7 +165,8 @@ void createDeleteList() {
         return;
     }
     JsonTree root = jsonParse(getPkgListJSON());
-    const JsonNode *apps = root ? prvJsonFindFirstLabel(root.get(), "apps", self) : nullptr;
+    const JsonNode *apps =
+        root ? findListingPackages(root.get(), ListingMembers::Apps, self) : nullptr;
     if (!apps || !apps->child || !apps->child->child) {
         vyxLog(LOG_DEBUG, "%s: Installed package list is not found", self);
         return;
@@ -174,18 +175,8 @@ void createDeleteList() {
     g_autofree char *joined = nullptr;
     unsigned count = 0;
     for (const JsonNode *app = apps->child->child; app; app = app->next) {
-        const JsonNode *id = prvJsonFindFirstLabel(app, "id", self);
-        const JsonNode *userInstalled = prvJsonFindFirstLabel(app, "userInstalled", self);
-        const JsonNode *icon = prvJsonFindFirstLabel(app, "icon", self);
-        bool user = isJsonObjectTrue(userInstalled);
-        if (icon) {
-            if (!id)
-                continue;
-            if (isJsonObjectFalse(userInstalled))
-                user = isAppUserInstalled(labelText(id), labelText(icon));
-        }
-        const char *packageId = labelText(id);
-        if (!*packageId || !user)
+        const char *packageId = nullptr;
+        if (!isUserInstalledPackage(app, self, &packageId, nullptr))
             continue;
         if (prvFindInStringArray(s_ppFiles, s_FileCount, packageId) >= 0) {
             vyxLog(LOG_DEBUG, "%s: userInstalled package [%s] found in 'install' list", self,

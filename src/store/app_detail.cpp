@@ -181,9 +181,7 @@ bool doesPackageExist(const char *packageId, char *version) {
     if (!packageId || !*packageId || !listing)
         return false;
     JsonTree root = jsonParse(listing);
-    const JsonNode *apps = prvJsonFindFirstLabel(root.get(), "apps", self);
-    if (!apps)
-        apps = prvJsonFindFirstLabel(root.get(), "packages", self);
+    const JsonNode *apps = findListingPackages(root.get(), ListingMembers::AppsOrPackages, self);
     const JsonNode *array = apps ? apps->child : nullptr;
     if (!array || array->type != JSON_ARRAY || !array->child) {
         if (!ignoreJsonResponse(root.get(), self))

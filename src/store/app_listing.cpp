@@ -18,12 +18,21 @@
 static char *s_pkgListJSONPayload = nullptr;
 static char *s_StartingPkgListJSONPayload = nullptr;
 
-// The package array of a listing: "apps", or else "packages".
-static const JsonNode *listingPackages(const JsonNode *root) {
+const JsonNode *findListingPackages(const JsonNode *root, ListingMembers members,
+                                    const char *caller) {
+    bool orPackages = members == ListingMembers::AppsOrPackages;
+    if (caller) {
+        const JsonNode *apps = prvJsonFindFirstLabel(root, "apps", caller);
+        return apps || !orPackages ? apps : prvJsonFindFirstLabel(root, "packages", caller);
+    }
     if (!root || root->type != JSON_OBJECT)
         return nullptr;
     const JsonNode *apps = json_find_first_label(root, "apps");
-    return apps ? apps : json_find_first_label(root, "packages");
+    return apps || !orPackages ? apps : json_find_first_label(root, "packages");
+}
+
+static const JsonNode *listingPackages(const JsonNode *root) {
+    return findListingPackages(root, ListingMembers::AppsOrPackages, nullptr);
 }
 
 static bool cacheListing(BusMessage *reply, const JsonNode *root) {
@@ -58,6 +67,24 @@ bool listPkgsCBRun(BusHandle *, BusMessage *reply, void *) {
     return true;
 }
 
+bool isUserInstalledPackage(const JsonNode *app, const char *caller, const char **id,
+                            const char **version) {
+    const JsonNode *idLabel = prvJsonFindFirstLabel(app, "id", caller);
+    const JsonNode *userInstalled = prvJsonFindFirstLabel(app, "userInstalled", caller);
+    if (version)
+        *version = labelText(prvJsonFindFirstLabel(app, "version", caller));
+    const JsonNode *icon = prvJsonFindFirstLabel(app, "icon", caller);
+    *id = labelText(idLabel);
+    bool user = isJsonObjectTrue(userInstalled);
+    if (icon) {
+        if (!idLabel)
+            return false;
+        if (isJsonObjectFalse(userInstalled))
+            user = isAppUserInstalled(*id, labelText(icon));
+    }
+    return user && **id;
+}
+
 bool isAppUserInstalled(const char *packageId, const char *icon) {
     if (!icon || !g_str_has_prefix(icon, USER_APPS_ICON_PREFIX) ||
         g_strcmp0(packageId, FIND_APPS_ID) == 0)
@@ -74,25 +101,13 @@ char *createPkgList(const char *listing, bool versioned, unsigned *count, const 
     const JsonNode *apps = listingPackages(root.get());
     for (const JsonNode *app = apps && apps->child ? apps->child->child : nullptr; app;
          app = app->next) {
-        const JsonNode *id = prvJsonFindFirstLabel(app, "id", "createPkgList");
-        const JsonNode *userInstalled =
-            prvJsonFindFirstLabel(app, "userInstalled", "createPkgList");
-        const JsonNode *version = prvJsonFindFirstLabel(app, "version", "createPkgList");
-        const JsonNode *icon = prvJsonFindFirstLabel(app, "icon", "createPkgList");
-        bool user = isJsonObjectTrue(userInstalled);
-        if (icon) {
-            if (!id)
-                continue;
-            if (userInstalled && isJsonObjectFalse(userInstalled))
-                user = isAppUserInstalled(labelText(id), labelText(icon));
-        }
-        const char *packageId = labelText(id);
-        if (!*packageId || !user)
+        const char *packageId = nullptr;
+        const char *version = nullptr;
+        if (!isUserInstalledPackage(app, "createPkgList", &packageId, &version))
             continue;
         found++;
-        g_autofree char *entry = versioned
-                                     ? g_strdup_printf("%s\t%s", packageId, labelText(version))
-                                     : g_strdup(packageId);
+        g_autofree char *entry =
+            versioned ? g_strdup_printf("%s\t%s", packageId, version) : g_strdup(packageId);
         prvStrAppend(&list, entry);
     }
     vyxLog(LOG_DEBUG, "%s/%s: %d user-installed applications: %s", "createPkgList",
