@@ -3,7 +3,9 @@
 
 #include "platform/bus.h"
 
-int getConnectionStatus(bool subscribe); // TriState
+// TriState. With `subscribe`, a call while the state is unknown also subscribes to the
+// connection manager, once.
+int getConnectionStatus(bool subscribe);
 int get1xDownloadStatus();
 void setAllow1xDownloads(bool allow);
 bool shutdownConnMgr();

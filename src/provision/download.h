@@ -11,12 +11,14 @@ void setDownloadReason(bool startupVyxMode);
 // TriState: -1 unknown, 0 absent, 1 present.
 void setVyxAppPresent(int present);
 void clearVyxAppPresent();
-int isVyxAppPresent();
+int isVyxAppPresent(); // an unknown or absent application is logged at alert priority
 
 // Starts a run (only while none is in progress).
 void initiateFileDownload();
 // The listing that starts the run has arrived and been cached.
 void startFileDownload();
+// True when the on-ramp step has taken the run over (it waits, has asked the store, or ended the
+// install phase itself); false when the profile query could not be made.
 bool checkOnRampInfo();
 // Lists are ";"-joined, items "id" or "id<TAB>version"; either may be null.
 void startupApplication(const char *changedList, unsigned changedCount, const char *currentList,

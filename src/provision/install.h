@@ -14,9 +14,13 @@ enum FailType {
     FAIL_ACCOUNT = 4,
 };
 
+// Starts the delete chain and the install walk; with nothing to install, ends the install phase.
 void beginInstallDelete();
+// Walks on to the next package that needs an install; false when the store failed twice for one.
 bool processNextPackageInfo();
 bool installPackageCB(BusHandle *handle, BusMessage *reply, void *context);
 void deletePackage();
 bool deletePackageCB(BusHandle *handle, BusMessage *reply, void *context);
+// Ends the install phase, whatever ended it: "startVYX" or "failConnect", the final listing asked
+// (its reply leads to the demonstration's start), and on success the profile list saved.
 void processEndPackageInfo(int failType, const char *caller);

@@ -29,6 +29,7 @@ bool validAccountTokens();
 int getHardwareType();
 void setValidAccountTokens(int tristate);
 
+// Each of these three logs the five queries' status under the caller's name.
 bool isSystemInfoRequestInProcess(const char *caller);
 bool isAllSystemInfoRequestsEnded(const char *caller);
 bool isAllSystemInfoPresent(const char *caller);
