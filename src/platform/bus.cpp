@@ -140,6 +140,32 @@ const char *KSHandleGetUniqueName(BusHandle *handle) {
                                         : nullptr;
 }
 
+namespace {
+struct CallerWatch {
+    void (*gone)(void *data);
+    void *data;
+};
+} // namespace
+
+static void onCallerVanished(GDBusConnection *, const char *, gpointer data) {
+    auto *watch = static_cast<CallerWatch *>(data);
+    watch->gone(watch->data);
+}
+
+unsigned KSWatchCallerGone(BusMessage *message, void (*gone)(void *data), void *data) {
+    if (!message || !message->connection || !message->sender || !gone)
+        return 0;
+    return g_bus_watch_name_on_connection(
+        message->connection, message->sender, G_BUS_NAME_WATCHER_FLAGS_NONE, nullptr,
+        onCallerVanished, new CallerWatch{gone, data},
+        [](gpointer watch) { delete static_cast<CallerWatch *>(watch); });
+}
+
+void KSUnwatchCaller(unsigned watch) {
+    if (watch)
+        g_bus_unwatch_name(watch);
+}
+
 // D-Bus strings must be valid UTF-8; a payload that is not is repaired, never dropped.
 static GVariant *payloadVariant(const char *payload) {
     g_autofree char *valid = g_utf8_make_valid(payload ? payload : "", -1);

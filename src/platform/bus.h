@@ -63,11 +63,15 @@ const char *KSMessageGetPayload(BusMessage *message);
 void KSMessageRef(BusMessage *message);
 void KSMessageUnref(BusMessage *message);
 
-// Beyond the platform's list, for the simulator and tools (the daemon does not use these).
+// Beyond the platform's list, for the simulator, the tools and the run status.
 const char *KSMessageGetSender(BusMessage *message);   // unique name of the caller
 const char *KSMessageGetMethod(BusMessage *message);   // member name, e.g. "launch"
 const char *KSMessageGetCategory(BusMessage *message); // object path, e.g. "/" or "/control"
 const char *KSHandleGetUniqueName(BusHandle *handle);
+// Calls gone(data) once the caller of `message` has left the bus; 0 when it can't be watched.
+// The run status uses it to let go of the subscriptions of callers that are gone.
+unsigned KSWatchCallerGone(BusMessage *message, void (*gone)(void *data), void *data);
+void KSUnwatchCaller(unsigned watch);
 
 // For tests and fuzz targets only, never the daemon. While on, KSRegister makes handles with no
 // bus behind them: names and categories are kept in the handle, every well-formed call is

@@ -16,6 +16,7 @@
 #include "service/app_control.h"
 #include "service/demo_state.h"
 #include "service/service.h"
+#include "status/run_record.h"
 #include "store/app_listing.h"
 #include "store/profile.h"
 #include "sysinfo/download_info.h"
@@ -131,6 +132,7 @@ void startConnectionWait() {
     s_LastMsgSecs = hostNowSeconds();
     restartExitTimer(EXIT_TIMER_LONG_MS);
     s_bWaitForInternet = true;
+    runRecordPhase(RunPhase::WaitingForConnection);
     startStatusTimer(getStatusTimer(), statusTimerCB, STATUS_TIMER_MS);
 }
 
@@ -321,6 +323,7 @@ bool prvRunVYXCB(BusHandle *, BusMessage *reply, void *) {
         return true;
     vyxLog(LOG_DEBUG, "%s: payload %s", self, logText(KSMessageGetPayload(reply)));
     bool started = root && isJsonObjectTrue(prvJsonFindFirstLabel(root.get(), "returnValue", self));
+    runRecordFinalLaunch(started);
     if (started) {
         setVyxAppPresent(1);
         stopExitTimer(getExitTimer());

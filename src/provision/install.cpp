@@ -14,6 +14,7 @@
 #include "provision/run_state.h"
 #include "service/app_control.h"
 #include "service/service.h"
+#include "status/run_record.h"
 #include "store/app_detail.h"
 #include "store/app_listing.h"
 #include "store/profile.h"
@@ -114,6 +115,7 @@ bool processNextPackageInfo() {
         char version[101] = {};
         bool installed = doesPackageExist(packageId, version);
         vyxLog(LOG_DEBUG, "%s: About to check Bazaro for: %s", self, packageId);
+        runRecordStoreQuery(packageId, s_FileInfoOffset, s_FileCount);
         bool found = false;
         char *installText = nullptr;
         int32_t size = 0;
@@ -155,6 +157,7 @@ bool installPackageCB(BusHandle *, BusMessage *reply, void *) {
     if (ignored)
         return true;
     const char *packageId = entryText(s_ppFiles, s_FileCount, s_FileInfoOffset);
+    runRecordInstallReply(packageId, refused, KSMessageGetPayload(reply));
     if (refused) {
         if (!s_InstallFileCount)
             launchVYXCoreMessage(POPUP_FAIL_CONNECT, nullptr, nullptr);
@@ -192,6 +195,7 @@ void deletePackage() {
         }
     } while (!*g_strstrip(packageId));
     vyxLog(LOG_DEBUG, "%s: %s", self, packageId);
+    runRecordRemove(packageId, s_PurgeFileOffset, s_PurgeFileCount);
     g_autofree char *payload = g_strdup_printf(REMOVE_PAYLOAD_FORMAT, packageId);
     if (callService(self, INSTALL_SERVICE_REMOVE, payload, deletePackageCB) &&
         s_PurgeFileOffset == 0)
@@ -205,6 +209,7 @@ bool deletePackageCB(BusHandle *, BusMessage *reply, void *) {
     if (ignored)
         return true;
     const char *packageId = entryText(s_ppPurgeFiles, s_PurgeFileCount, s_PurgeFileOffset);
+    runRecordRemoveReply(packageId, refused);
     if (refused)
         vyxLog(LOG_ERR, "%s: Failed to delete package [%s]: %s", self, packageId,
                logText(KSMessageGetPayload(reply)));
@@ -220,6 +225,7 @@ bool deletePackageCB(BusHandle *, BusMessage *reply, void *) {
 void processEndPackageInfo(int failType, const char *caller) {
     static const char *const self = "processEndPackageInfo";
     vyxLog(LOG_DEBUG, "%s: Called with failType %d from %s", self, failType, logText(caller));
+    runRecordInstallPhaseEnd(failType);
     launchVYXCoreMessage(failType ? POPUP_FAIL_CONNECT : POPUP_START_VYX, nullptr, nullptr);
     setDownloadStateMode(DSM_RECONCILE, self, {DSM_ONRAMP, DSM_LOCAL, DSM_INSTALLING});
     callService(self, APP_MANAGER_LIST_PACKAGES, "{}", listPkgsCBReconcile);

@@ -13,6 +13,7 @@
 #include "provision/run_state.h"
 #include "service/app_control.h"
 #include "service/service.h"
+#include "status/run_record.h"
 
 constexpr unsigned PROGRESS_TABLE_STEP = 10;
 constexpr size_t PROGRESS_ID_MAX = 255;
@@ -170,6 +171,7 @@ bool updateInstallProgressTable(const char *id, InstallStatusCode code, unsigned
         entry.state = code;
         entry.seen = true;
         entry.percent = percentOf(code, progress);
+        runRecordInstallProgress(id, code, entry.percent);
         vyxLog(LOG_DEBUG, "%s: '%s' progress: %d%%", self, id, entry.percent);
         return true;
     }

@@ -1,6 +1,7 @@
 #include "provision/run.h"
 
 #include "platform/log.h"
+#include "status/run_record.h"
 
 static DownloadStateMode s_StateMode = DSM_IDLE;
 
@@ -24,5 +25,6 @@ void setDownloadStateMode(DownloadStateMode mode, const char *caller,
         expectDownloadStateMode(expected, caller);
     vyxLog(LOG_DEBUG, "%s: Download state mode changed from %d to %d", logText(caller),
            static_cast<int>(s_StateMode), static_cast<int>(mode));
+    runRecordMode(s_StateMode, mode);
     s_StateMode = mode;
 }

@@ -11,6 +11,7 @@
 #include "provision/download.h"
 #include "service/demo_state.h"
 #include "service/service.h"
+#include "status/run_record.h"
 #include "store/app_listing.h"
 #include "sysinfo/download_info.h"
 #include "sysinfo/sysinfo.h"
@@ -107,6 +108,7 @@ bool prvLaunchVYXCB(BusHandle *, BusMessage *reply, void *) {
                mode);
         return true;
     }
+    runRecordBegin(RunTrigger::FailedLaunch);
     if (isAllSystemInfoPresent(self)) {
         BusError error;
         KSErrorInit(&error);
@@ -172,6 +174,7 @@ void launchVYXCoreMessage(const char *message, const char *name, const char *per
         vyxLog(LOG_ERR, "%s: Parameter error", self);
         return;
     }
+    runRecordPopup(message);
     if (!s_bWaitForVyxCore && hostNowSeconds() - s_timeLastVyxCoreMessage > 1) {
         clearPendingCoreMessage();
         prvLaunchVYXCoreMessage(message, name, percent);

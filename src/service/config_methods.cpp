@@ -14,6 +14,7 @@
 #include "provision/download.h"
 #include "service/demo_state.h"
 #include "service/service.h"
+#include "status/run_record.h"
 #include "store/profile.h"
 
 #define CONFIG_NAME_PREFIX "com.velto."
@@ -101,6 +102,7 @@ bool assignConfigFile(BusHandle *handle, BusMessage *message, void *) {
     } else {
         restartExitTimer(EXIT_TIMER_SHORT_MS);
         setDownloadReason(false);
+        runRecordBegin(RunTrigger::AssignConfigFile);
         initiateFileDownload();
     }
     // The next run rebuilds the profile list and looks for the demonstration application anew.
@@ -128,6 +130,7 @@ bool verifyPackages(BusHandle *handle, BusMessage *message, void *) {
     }
     setDownloadReason(false);
     sendAffirmativeResponse(handle, message);
+    runRecordBegin(RunTrigger::VerifyPackages);
     initiateFileDownload();
     return true;
 }

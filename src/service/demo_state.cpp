@@ -12,6 +12,7 @@
 #include "provision/download.h"
 #include "service/running_apps.h"
 #include "service/service.h"
+#include "status/run_record.h"
 #include "store/app_listing.h"
 #include "store/profile.h"
 
@@ -249,6 +250,7 @@ bool getDemoState(BusHandle *handle, BusMessage *message, void *) {
     if (s_initDemoStatus == 1 && onBoot && !s_kshandleStatus) {
         if (s_demoRunning) {
             setDownloadReason(false);
+            runRecordExpectBoot();
             startupVYX(false);
         } else {
             killVYX(false);
@@ -304,6 +306,7 @@ bool setDemoState(BusHandle *handle, BusMessage *message, void *) {
         vyxLog(LOG_DEBUG, "%s: Changing live state of demo to %s", self, "true");
         if (!isFileDownloadInProcess()) {
             setDownloadReason(true);
+            runRecordBegin(RunTrigger::DemoSwitchedOn);
             initiateFileDownload();
         }
         copyRoleFiles();
@@ -354,8 +357,10 @@ bool toggleDemo(BusHandle *handle, BusMessage *message, void *) {
     if (s_demoRunning) {
         setDownloadReason(true);
         startupVYX(true);
-        if (!isFileDownloadInProcess())
+        if (!isFileDownloadInProcess()) {
+            runRecordBegin(RunTrigger::DemoSwitchedOn);
             initiateFileDownload();
+        }
         copyRoleFiles();
         vyxLog(LOG_DEBUG, "%s: Demo is running!", self);
     } else {

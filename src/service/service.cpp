@@ -11,6 +11,9 @@
 #include "provision/download.h"
 #include "service/config_methods.h"
 #include "service/demo_state.h"
+#include "status/run_history.h"
+#include "status/run_record.h"
+#include "status/run_status.h"
 #include "store/app_listing.h"
 #include "sysinfo/download_info.h"
 
@@ -34,6 +37,7 @@ static const BusMethod methods[] = {
     {"assignConfigFile", assignConfigFile, 0},
     {"verifyPackages", verifyPackages, 0},
     {"displayChange", displayChange, 0},
+    {"runStatus", runStatus, 0},
     {nullptr, nullptr, 0},
 };
 
@@ -203,6 +207,7 @@ gboolean exitTimerCB(gpointer) {
     vyxLog(LOG_DEBUG, "exitTimerCB() fired: Exit application!");
     sendDownloadErrorResponse("exitTimerCB");
     sendDemoStatusResponse("exitTimerCB");
+    runRecordProcessEnd("idle");
     stopAllTimers();
     deinitializeKovaService();
     releaseModules();
@@ -213,6 +218,7 @@ gboolean exitTimerCB(gpointer) {
 
 void sigproc(int signal) {
     vyxLog(LOG_DEBUG, "sigproc: Ending vyxService on signal: %d", signal);
+    runRecordProcessEnd(signal == SIGINT ? "SIGINT" : "signal");
     stopAllTimers();
     deinitializeKovaService();
     releaseModules();
@@ -278,6 +284,7 @@ static bool registerNamedConnection() {
 bool serviceStart() {
     g_unix_signal_add(SIGINT, onSigint, nullptr);
     vyxLog(LOG_DEBUG, "vyxstaged started with 'main()'");
+    removeWriteLeftovers();
     s_mainLoop = g_main_loop_new(nullptr, FALSE);
     if (!s_mainLoop) {
         vyxLog(LOG_ERR, "%s: g_main_loop_new() failed", "registerKovaService");

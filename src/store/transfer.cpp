@@ -4,6 +4,7 @@
 #include <string.h>
 
 #include "platform/log.h"
+#include "status/run_record.h"
 #include "sysinfo/sysinfo.h"
 
 static const char *const s_contentType = "Content-Type: application/json";
@@ -77,6 +78,15 @@ static bool prvSetUp(CURL *handle, const StoreTransfer &t, char *errorBuffer, ch
     return true;
 }
 
+// What the store answered, for the run's record only.
+static void noteStoreResult(CURL *handle, const char *method, CURLcode code, const char *detail) {
+    long status = 0;
+    if (code == CURLE_OK)
+        curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
+    runRecordStoreResult(method, status, code == CURLE_OK ? nullptr : curl_easy_strerror(code),
+                         detail);
+}
+
 bool runStoreTransfer(CURL *handle, const StoreTransfer &t, char *body) {
     g_autofree char *pending = body; // becomes the module's body once the URL is set
     if (!handle) {
@@ -100,6 +110,7 @@ bool runStoreTransfer(CURL *handle, const StoreTransfer &t, char *body) {
     } else {
         done = true;
     }
+    noteStoreResult(handle, t.method, code, errorBuffer);
     curl_slist_free_all(headers);
     return done;
 }

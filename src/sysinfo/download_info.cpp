@@ -8,6 +8,7 @@
 #include "service/app_control.h"
 #include "service/demo_state.h"
 #include "service/service.h"
+#include "status/run_record.h"
 #include "store/app_listing.h"
 #include "sysinfo/sysinfo.h"
 
@@ -38,6 +39,7 @@ static void prvReleaseRequest() {
 }
 
 static void prvStartFileDownload(const char *tag) {
+    runRecordBegin(RunTrigger::SystemInfoGathered);
     callService(tag, APP_MANAGER_LIST_PACKAGES, "{}", listPkgsCBRun);
 }
 

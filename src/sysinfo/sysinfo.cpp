@@ -10,6 +10,7 @@
 #include "provision/run.h"
 #include "service/app_control.h"
 #include "service/service.h"
+#include "status/run_record.h"
 #include "store/app_listing.h"
 #include "sysinfo/download_info.h"
 
@@ -134,6 +135,7 @@ bool requestSystemInfo() {
     vyxLog(LOG_DEBUG, "%s: About to request locale, carrier, deviceID Preferences",
            "requestSystemInfo");
     restartExitTimer(EXIT_TIMER_LONG_MS);
+    runRecordPhase(RunPhase::GatheringSystemInfo);
     for (int item = 0; item < SI_COUNT; item++) {
         const SystemInfoQuery &query = s_queries[item];
         if (query.storedText[0] != '\0' || s_queryStatus[item] == QUERY_ASKED)
