@@ -38,6 +38,7 @@ struct Record {
     std::string package; // asked about or being removed
     int offset = 0;
     unsigned count = 0;
+    unsigned unasked = 0; // packages the walk has yet to ask the store about
     std::vector<InstallEntry> installs;
     unsigned removed = 0;
     bool launchAnswered = false;
@@ -114,6 +115,8 @@ const InstallEntry *currentInstall(const Record &run, unsigned *position, unsign
     return current;
 }
 
+// Packages the walk has not asked about yet may still need installing: they count as installs
+// at 0 %, so the figure doesn't fall back as the walk finds more to install.
 unsigned overallPercent(const Record &run) {
     unsigned accepted = 0;
     unsigned sum = 0;
@@ -123,6 +126,7 @@ unsigned overallPercent(const Record &run) {
         ++accepted;
         sum += entry.state == InstallState::Pending ? MIN(entry.percent, 100u) : 100u;
     }
+    accepted += accepted ? run.unasked : 0;
     return accepted ? sum / accepted : 0;
 }
 
@@ -148,7 +152,8 @@ std::string activityText(const Record &run) {
         unsigned position = 0, accepted = 0;
         const InstallEntry *current = currentInstall(run, &position, &accepted);
         if (!current)
-            return "waiting for the installs to be reported done";
+            return accepted ? "waiting for the installs to be reported done"
+                            : "waiting for the install service to answer an install request";
         return "installing package " + std::to_string(position) + " of " +
                std::to_string(accepted) + " (" + current->id + "), " +
                std::to_string(current->percent) + "%";
@@ -225,10 +230,12 @@ void describeEnd(const Record &run, const char *endedBy, std::string &outcome,
                                           ? "interrupted (SIGINT) while "
                                           : "the daemon ended itself when idle while ") +
                               activityText(run));
-        bool anyReported = false;
-        for (const InstallEntry &entry : run.installs)
+        bool anyAccepted = false, anyReported = false;
+        for (const InstallEntry &entry : run.installs) {
+            anyAccepted = anyAccepted || isAccepted(entry);
             anyReported = anyReported || entry.reported;
-        if (run.phase == RunPhase::Installing && !anyReported)
+        }
+        if (run.phase == RunPhase::Installing && anyAccepted && !anyReported)
             addClause(reason, "the install service never answered a status request");
         addClause(reason, causes);
         addClause(reason, installClauses(run, false));
@@ -409,6 +416,7 @@ void runRecordStoreQuery(const char *packageId, int offset, unsigned count) {
     s_run->package = packageId ? packageId : "";
     s_run->offset = offset;
     s_run->count = count;
+    s_run->unasked = offset >= 0 && static_cast<unsigned>(offset) < count ? count - offset - 1 : 0;
     changed();
 }
 
@@ -420,9 +428,8 @@ void runRecordStoreResult(const char *method, long httpStatus, const char *error
     store.method = method ? method : "";
     store.package = s_run->phase == RunPhase::AskingStore ? s_run->package : "";
     store.httpStatus = httpStatus;
-    store.error = error ? error : "";
-    if (error && detail && *detail && g_strcmp0(error, detail) != 0)
-        store.error += std::string(": ") + detail;
+    // The error buffer says more than the code's text ("Failed to connect to ... port ...").
+    store.error = error ? (detail && *detail ? detail : error) : "";
     if (!store.error.empty() && store.error.back() == '\n')
         store.error.pop_back();
     s_run->haveStoreResult = true;
@@ -440,6 +447,7 @@ void runRecordInstallReply(const char *packageId, bool refused, const char *payl
         entry.note = errorText(payload);
     }
     s_run->installs.push_back(entry);
+    s_run->phase = RunPhase::Installing;
     changed();
 }
 

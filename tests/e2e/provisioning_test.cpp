@@ -51,6 +51,8 @@ const Row rows[] = {
      STORE_FAILED},
     {"StoreGarbage", "store-garbage.json", SwitchOn, "profile app.vyxcore app.vyxcore", "", "",
      STORE_FAILED},
+    {"StoreMalformed", "store-malformed.json", SwitchOn, "profile app.vyxcore app.vyxcore", "", "",
+     STORE_FAILED},
     {"StoreTruncated", "store-truncated.json", SwitchOn, "profile", "", "", STORE_FAILED},
     {"StoreOneByteChunks", "store-chunked.json", SwitchOn, ALL_OF_THEM, "", PROVISIONED},
     {"StoreSlowerThanAPoll", "store-slow.json", SwitchOn, ALL_OF_THEM, "", PROVISIONED, true,
@@ -81,7 +83,35 @@ const Row rows[] = {
      "com.velto.app.notes", false, "setFault {\"notRunning\":[\"com.velto.applicationManager\"]}"},
 };
 
+// What `vyxctl status` says of the run's end: its outcome, then part of the reason.
+const std::map<std::string, std::pair<std::string, std::string>> told = {
+    {"FreshDeviceSwitchedOn", {"demonstration started", "installed 6 of 6"}},
+    {"CurrentDevice", {"already current", "nothing to install or remove"}},
+    {"StoreDown",
+     {"failed", "the store could not be reached (getUserInstalledApps_ext2: Failed to connect"}},
+    {"StoreHttp500",
+     {"failed", "the store answered HTTP 500 to appDetail_ext2 for com.velto.app.vyxcore; the "
+                "demonstration application is not installed; the core application was told "
+                "\"disableVYX\""}},
+    {"StoreMalformed",
+     {"failed",
+      "the store's reply to appDetail_ext2 for com.velto.app.vyxcore was not understood"}},
+    {"NoConnectionFor60s", {"failed", "no network connection within 60 seconds"}},
+    {"InstallFails",
+     {"demonstration started", "installed 4 of 6; the install service refused "
+                               "com.velto.app.weather (Install of com.velto.app.weather refused); "
+                               "the install of com.velto.vyx.v001 failed at "}},
+    {"InstallRefused",
+     {"demonstration started", "the install service refused com.velto.app.vyxcore"}},
+    {"InstallNeverReported",
+     {"demonstration started", "the install service never reported on com.velto.app.weather"}},
+    {"StatusNeverAnswered",
+     {"failed", "interrupted (SIGINT) while installing package 1 of 6 (com.velto.app.vyxcore), 0%; "
+                "the install service never answered a status request"}},
+};
+
 const char DEMO_STATE[] = "velto://com.velto.vyxService/demoState";
+const char HISTORY[] = "/var/usr/velto/vyxstaged-runs.json";
 const char ROLE_SOURCE[] = "/usr/velto/vyxstage/com.velto.vyx.service.json";
 
 std::string shortId(std::string id) {
@@ -187,7 +217,12 @@ TEST_P(ProvisioningRun, EndsAsTheScenarioDemands) {
             ASSERT_EQ(waitForDaemonExit(10000), 0) << dump();
             std::map<std::string, std::string> after;
             snapshot(rooted("/var"), after);
+            std::string history = after[rooted(HISTORY)];
+            after.erase(rooted(HISTORY));
             EXPECT_EQ(after, before); // nothing lost, nothing half written, nothing left over
+            EXPECT_NE(history.find(R"("outcome":"failed","reason":"interrupted (SIGINT) while )"),
+                      std::string::npos)
+                << history;
             return;
         }
         size_t blank = action.find(' ');
@@ -281,6 +316,21 @@ TEST_P(ProvisioningRun, EndsAsTheScenarioDemands) {
         if (row.trigger == SwitchOn || fileExists(copy)) {
             EXPECT_EQ(readFile(copy), readFile(ROLE_SOURCE)) << copy;
         }
+    }
+
+    if (auto it = told.find(row.name); it != told.end()) {
+        if (!row.ends) {
+            signalDaemon(SIGINT);
+            EXPECT_EQ(waitForDaemonExit(10000), 0);
+        }
+        waitUntil([&] { return readFile(HISTORY).find("outcome") != std::string::npos; },
+                  "the run in the history");
+        std::string status = runTool("vyxctl", {"status"}).out, line;
+        for (std::istringstream lines(status); std::getline(lines, line);)
+            if (line.find(it->second.second) != std::string::npos)
+                break;
+        EXPECT_NE(line.find("  " + it->second.first + "  "), std::string::npos) << status;
+        EXPECT_NE(line.find(it->second.second), std::string::npos) << status;
     }
 
     if (row.trigger == Assign) {

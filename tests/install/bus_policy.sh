@@ -15,6 +15,8 @@ call() {
 }
 reply=$(call com.velto.ks.demoState '{}') || fail "nobody's demoState: $reply"
 [[ $reply == *'"state":'* ]] || fail "demoState answered: $reply"
+reply=$(call com.velto.ks.runStatus '{}') || fail "nobody's runStatus: $reply"
+[[ $reply == *'"running":'* ]] || fail "runStatus answered: $reply"
 reply=$(call org.freedesktop.DBus.Introspectable.Introspect) || fail "introspection: $reply"
 [[ $reply == *demoState* ]] || fail "introspection lists no demoState: $reply"
 reply=$(call org.freedesktop.DBus.Peer.Ping) || fail "ping: $reply"

@@ -134,6 +134,8 @@ std::string E2eTest::writeScenario(const std::string &name, const std::string &j
 }
 
 ::testing::AssertionResult E2eTest::startDaemon(bool settled) {
+    if (m_daemon && !g_subprocess_get_identifier(m_daemon)) // a start after an end
+        g_clear_object(&m_daemon);
     g_autoptr(GSubprocessLauncher) launcher =
         g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDERR_MERGE);
     g_subprocess_launcher_set_stdout_file_path(launcher, (root() + "/vyxstaged.log").c_str());

@@ -7,11 +7,13 @@
 
 #include "platform/bus.h"
 #include "platform/json.h"
+#include "status.h"
 
 namespace {
 
 const char *USAGE =
     "usage: vyxctl [-i] [-t SECONDS] [-n COUNT] URI [PAYLOAD]\n"
+    "       vyxctl status [--follow] [--json]\n"
     "  URI      velto://SERVICE/[CATEGORY/]METHOD\n"
     "  PAYLOAD  the JSON text to send (default {})\n"
     "  -i       keep printing further replies (subscriptions) until the time runs out\n"
@@ -19,7 +21,8 @@ const char *USAGE =
     "  -n       make the call COUNT times, each after the reply to the one before; print the\n"
     "           last reply and, on standard error, the time all round trips took\n"
     "Exits 1 when a reply says \"returnValue\":false (a service that is not running does),\n"
-    "or no reply came in time; 2 on bad usage or when the bus cannot be reached.\n";
+    "or no reply came in time; 2 on bad usage or when the bus cannot be reached.\n"
+    "status: the demo mode, the run under way and the last runs, without starting the daemon.\n";
 
 struct State {
     GMainLoop *loop = nullptr;
@@ -93,6 +96,8 @@ gboolean stop(gpointer loop) {
 } // namespace
 
 int main(int argc, char **argv) {
+    if (argc > 1 && strcmp(argv[1], "status") == 0)
+        return statusCommand(argc - 1, argv + 1);
     State state;
     double seconds = 10;
     int i = 1;
