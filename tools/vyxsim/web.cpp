@@ -275,6 +275,9 @@ void onRecord(const char *kind, const std::string &json) {
                                     "}");
     } else if (strcmp(kind, "store") == 0) {
         pushRecent(s_storeRequests, json);
+    } else if (strcmp(kind, "preference") == 0 && !s_streams.empty() &&
+               jsonText(jsonMember(root, "key")) == "vyxStageRunning") {
+        askDemoState(); // the daemon stored a new demo mode, whoever asked it to
     } else if (strcmp(kind, "popup") == 0) {
         s_popup = json;
         // "the demo is ready" comes after the demonstration is up: the core application steps
