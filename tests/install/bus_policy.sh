@@ -8,7 +8,7 @@ start_bus
 start_simulator
 "$VYX_DESTDIR$VYX_DAEMON" 2>"$scratch/daemon.log" &
 pids+=($!)
-wait_for 20 has_owner || fail "the daemon did not take its name: $(cat "$scratch/daemon.log")"
+wait_for 20 has_owner || fail "the daemon did not take its name"
 
 call() {
     as_nobody gdbus call --system --dest com.velto.vyxService --object-path / --method "$@" 2>&1

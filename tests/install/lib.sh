@@ -13,8 +13,14 @@ cleanup() {
 }
 trap cleanup EXIT
 
+# What went wrong, then everything the bus (and the daemons it started), the daemon and the
+# simulator said.
 fail() {
     echo "FAIL: $*" >&2
+    local log
+    for log in bus daemon sim; do
+        [ -s "$scratch/$log.log" ] && printf -- '--- %s.log\n%s\n' "$log" "$(cat "$scratch/$log.log")" >&2
+    done
     exit 1
 }
 
@@ -84,7 +90,7 @@ start_bus() {
 CONF
     dbus-daemon --config-file="$scratch/bus.conf" --nofork --nopidfile 2>"$scratch/bus.log" &
     pids+=($!)
-    wait_for 10 test -S "$scratch/bus" || fail "the bus did not start: $(cat "$scratch/bus.log")"
+    wait_for 10 test -S "$scratch/bus" || fail "the bus did not start"
 }
 
 # Raising the descriptor limit needs a capability a container may lack; anything else the bus
@@ -95,11 +101,15 @@ bus_complaints() {
             -e 'Successfully activated service' || true
 }
 
+# User "daemon" may not see into the checkout or the build tree at all (a clone in root's home or
+# in a mktemp -d is private to root), so the simulator and its scenario are run from copies here.
 start_simulator() {
     mkdir -p "$VYXSTAGED_ROOT"
     chown daemon "$VYXSTAGED_ROOT"
-    setpriv --reuid=daemon --regid=daemon --clear-groups -- "$VYX_DESTDIR$VYX_BINDIR/vyxsim" \
-        "$VYX_SOURCE_DIR/examples/scenarios/fresh-device.json" >"$scratch/sim.log" 2>&1 &
+    cp "$VYX_DESTDIR$VYX_BINDIR/vyxsim" "$VYX_SOURCE_DIR/examples/scenarios/fresh-device.json" \
+        "$scratch/"
+    setpriv --reuid=daemon --regid=daemon --clear-groups -- "$scratch/vyxsim" \
+        "$scratch/fresh-device.json" >"$scratch/sim.log" 2>&1 &
     pids+=($!)
-    wait_for 20 grep -qs "ready" "$scratch/sim.log" || fail "vyxsim: $(cat "$scratch/sim.log")"
+    wait_for 20 grep -qs "ready" "$scratch/sim.log" || fail "vyxsim did not start"
 }
