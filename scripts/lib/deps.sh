@@ -32,6 +32,8 @@ VYX_FUZZ_PACKAGES=(clang libclang-rt-14-dev)
 # What the installed-service tests add: systemd-analyze (its unit check looks for dbus.socket,
 # which dbus-system-bus-common brings) and xmllint.
 VYX_TEST_PACKAGES+=(systemd dbus-system-bus-common libxml2-utils)
+# The manual pages' check: man and lexgrog, and groff to render.
+VYX_TEST_PACKAGES+=(man-db groff-base)
 # What the whole-run benchmark adds: its scenario generator and record tally, the store replay.
 VYX_BENCH_PACKAGES=(python3 curl)
 # What scripts/test --valgrind adds.

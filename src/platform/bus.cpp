@@ -61,7 +61,10 @@ struct BusMessage {
 static bool s_busless = false;
 static guint32 s_buslessSerial = 0;
 
+static std::string s_lastError;
+
 static void setError(BusError *error, int code, const char *message) {
+    s_lastError = message ? message : "";
     if (!error)
         return;
     g_free(error->message);
@@ -253,6 +256,18 @@ static std::string busAddress(GError **gerror) {
         return session;
     g_autofree char *address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, gerror);
     return address ? address : "";
+}
+
+char *KSBusDescription() {
+    const char *session = getenv("DBUS_SESSION_BUS_ADDRESS");
+    if (session && *session)
+        return g_strdup_printf("the bus at %s (from DBUS_SESSION_BUS_ADDRESS)", session);
+    g_autofree char *address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+    return address ? g_strdup_printf("the system bus at %s", address) : g_strdup("the system bus");
+}
+
+const char *KSLastErrorText() {
+    return s_lastError.c_str();
 }
 
 static bool requestName(GDBusConnection *connection, const char *name, BusError *error) {

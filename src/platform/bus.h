@@ -73,6 +73,12 @@ const char *KSHandleGetUniqueName(BusHandle *handle);
 unsigned KSWatchCallerGone(BusMessage *message, void (*gone)(void *data), void *data);
 void KSUnwatchCaller(unsigned watch);
 
+// For the entry points, to tell a person at a terminal why the bus was out of reach: the bus
+// KSRegister connects to ("the system bus at ADDRESS", or the session address and where it came
+// from; free with g_free), and the message of the last error a KS function reported.
+char *KSBusDescription();
+const char *KSLastErrorText();
+
 // For tests and fuzz targets only, never the daemon. While on, KSRegister makes handles with no
 // bus behind them: names and categories are kept in the handle, every well-formed call is
 // accepted and dropped (its callback never runs), and replies to dispatched messages go nowhere.

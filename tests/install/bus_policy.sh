@@ -4,6 +4,10 @@
 . "$(dirname "$0")/lib.sh"
 
 xmllint --noout "$VYX_DESTDIR$VYX_POLICY" || fail "the policy is not well-formed XML"
+# Started by hand before there is a bus, it tells the terminal what it tried, and still exits 0.
+said=$(script -qec "$VYX_DESTDIR$VYX_DAEMON" /dev/null) || fail "without a bus: status $?: $said"
+[[ $said == *"could not register com.velto.vyxService on the system bus at $DBUS_SYSTEM_BUS_ADDRESS: "* ]] ||
+    fail "without a bus the terminal heard: $said"
 start_bus
 start_simulator
 "$VYX_DESTDIR$VYX_DAEMON" 2>"$scratch/daemon.log" &

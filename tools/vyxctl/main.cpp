@@ -8,12 +8,14 @@
 #include "platform/bus.h"
 #include "platform/json.h"
 #include "status.h"
+#include "vyx_version.h"
 
 namespace {
 
 const char *USAGE =
     "usage: vyxctl [-i] [-t SECONDS] [-n COUNT] URI [PAYLOAD]\n"
     "       vyxctl status [--follow] [--json]\n"
+    "       vyxctl --help | --version\n"
     "  URI      velto://SERVICE/[CATEGORY/]METHOD\n"
     "  PAYLOAD  the JSON text to send (default {})\n"
     "  -i       keep printing further replies (subscriptions) until the time runs out\n"
@@ -96,6 +98,10 @@ gboolean stop(gpointer loop) {
 } // namespace
 
 int main(int argc, char **argv) {
+    if (argc == 2 && (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "--version") == 0)) {
+        fputs(argv[1][2] == 'h' ? USAGE : "vyxctl " VYX_VERSION "\n", stdout);
+        return 0;
+    }
     if (argc > 1 && strcmp(argv[1], "status") == 0)
         return statusCommand(argc - 1, argv + 1);
     State state;

@@ -12,12 +12,14 @@
 #include "services.h"
 #include "sim.h"
 #include "web.h"
+#include "vyx_version.h"
 
 namespace {
 
 const char *USAGE =
     "usage: vyxsim [--check] [--log FILE] [--root DIR] [--port N] [--web] [--web-port N] "
     "SCENARIO\n"
+    "       vyxsim --help | --version\n"
     "  --check     only load and check the scenario\n"
     "  --log FILE  append every call received as one JSON line to FILE\n"
     "  --root DIR  where the scenario's files go (default: $VYXSTAGED_ROOT)\n"
@@ -101,6 +103,10 @@ gboolean onSignal(gpointer loop) {
 } // namespace
 
 int main(int argc, char **argv) {
+    if (argc == 2 && (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "--version") == 0)) {
+        fputs(argv[1][2] == 'h' ? USAGE : "vyxsim " VYX_VERSION "\n", stdout);
+        return 0;
+    }
     Options options;
     if (!parseArgs(argc, argv, options)) {
         fputs(USAGE, stderr);
