@@ -37,6 +37,10 @@ GDBusConnection *s_bus = nullptr;
 guint s_watch = 0;
 bool s_daemonOnBus = false;
 std::string s_demoState = "unknown";
+// The daemon's own account of its provisioning run ("runStatus"), followed while a page is open.
+std::string s_run = "null";
+bool s_runWatched = false;
+bool s_runOpen = false;
 
 // What the page shows that no service keeps: what is in front on the screen, and the recent
 // traffic. The foreground is whatever was launched last: a pop-up brings the core application
@@ -133,7 +137,7 @@ std::string snapshot() {
            ",\"demo\":{\"app\":" + jsonQuote(s_demoApp) +
            ",\"running\":" + (demoRunning() ? "true" : "false") +
            ",\"video\":" + (s_video ? "true" : "false") + "},\"calls\":" + joined(s_calls) +
-           ",\"store\":" + joined(s_storeRequests) + "}";
+           ",\"store\":" + joined(s_storeRequests) + ",\"run\":" + s_run + "}";
 }
 
 // --- the event streams ---------------------------------------------------------------------
@@ -223,16 +227,57 @@ bool callDaemon(const char *method, const std::string &payload, std::string &err
     return sent;
 }
 
+void watchRun();
+
+bool onRunStatus(BusHandle *, BusMessage *reply, void *) {
+    const char *payload = KSMessageGetPayload(reply);
+    JsonTree tree = jsonParse(payload ? payload : "");
+    const JsonNode *root = tree.get();
+    if (!root || jsonReplyFailed(root)) { // gone, or a daemon that keeps no record
+        s_runWatched = false;
+        return true;
+    }
+    const JsonNode *running = jsonMember(root, "running");
+    const JsonNode *run = jsonMember(root, "run");
+    bool open = running && running->type == JSON_TRUE;
+    s_run = run ? std::string("{\"running\":") + (open ? "true" : "false") +
+                      ",\"record\":" + json_write(run) + "}"
+                : "null";
+    // The daemon lets a subscription go with its run; taken again between runs, it follows the
+    // next one.
+    bool ended = s_runOpen && !open;
+    s_runOpen = open;
+    if (ended) {
+        s_runWatched = false;
+        watchRun();
+    }
+    schedulePush();
+    return true;
+}
+
+void watchRun() {
+    if (s_runWatched || !s_daemonOnBus || s_streams.empty())
+        return;
+    BusError error;
+    KSErrorInit(&error);
+    BusToken token = 0;
+    s_runWatched = KSCall(outgoingHandle(), "velto://com.velto.vyxService/runStatus",
+                          "{\"subscribe\":true}", onRunStatus, nullptr, &token, &error);
+    KSErrorFree(&error);
+}
+
 void onDaemonAppeared(GDBusConnection *, const gchar *, const gchar *, gpointer) {
     s_daemonOnBus = true;
     if (!s_streams.empty())
         askDemoState();
+    watchRun();
     schedulePush();
 }
 
 void onDaemonVanished(GDBusConnection *, const gchar *, gpointer) {
     s_daemonOnBus = false;
     s_demoState = "unknown";
+    s_runWatched = s_runOpen = false;
     schedulePush();
 }
 
@@ -488,6 +533,7 @@ void openStream(SoupServerMessage *message) {
     g_signal_connect(message, "finished", G_CALLBACK(onStreamFinished), nullptr);
     streamWrite(message, "retry: 1000\n\n" + event("state", snapshot()));
     askDemoState();
+    watchRun();
 }
 
 void serveFile(SoupServerMessage *message, const StaticFile &file) {

@@ -177,10 +177,26 @@ function renderSide(s) {
   }, 'none yet');
 }
 
+// The daemon's own record of its run, where it keeps one.
+function renderRun(run) {
+  $('run-card').hidden = !run;
+  if (!run) return;
+  const r = run.record;
+  const state = run.running ? 'running' : r.outcome || 'ended';
+  $('run-state').textContent = state;
+  $('run-state').className = 'chip' + (/fail/.test(state) ? ' bad' : '');
+  $('run-text').textContent = run.running ? r.activity || r.phase : r.reason || '';
+  const started = new Date(r.started * 1000).toLocaleTimeString();
+  const took = r.ended ? ', ' + (r.ended - r.started) + ' s' : '';
+  $('run-meta').textContent = 'started ' + started + ' by ' + r.trigger + took +
+    ' · installed ' + r.installed + ' of ' + r.toInstall;
+}
+
 function render(s) {
   current = s;
   renderPhone(s);
   renderSide(s);
+  renderRun(s.run);
 }
 
 function connect() {
