@@ -565,12 +565,18 @@ void handle(SoupServer *, SoupServerMessage *message, const char *path, GHashTab
         answer(message, SOUP_STATUS_FORBIDDEN, "unknown host \"" + host + "\"");
         return;
     }
+    // Another page may not even watch: its stream would ask the daemon questions of its own.
+    std::string origin = header(message, "Origin");
+    if (!origin.empty() && origin != "http://" + host) {
+        answer(message, SOUP_STATUS_FORBIDDEN, "\"" + origin + "\" is not this page");
+        return;
+    }
     if (method == "POST") {
         for (const Control &control : CONTROLS) {
             if (strcmp(path, control.path) != 0)
                 continue;
             // Browsers always name the page a POST comes from; only ours may drive the device.
-            if (header(message, "Origin") != "http://" + host) {
+            if (origin.empty()) {
                 answer(message, SOUP_STATUS_FORBIDDEN,
                        "changes are taken from the page at http://" + host + "/ only");
                 return;
