@@ -6,6 +6,7 @@
 #include "common/files.h"
 #include "common/json_access.h"
 #include "monitors/connmgr.h"
+#include "platform/curl_dl.h"
 #include "platform/host.h"
 #include "platform/log.h"
 #include "provision/config.h"
@@ -110,13 +111,13 @@ void startFileDownload() {
             processEndPackageInfo(FAIL_NONE, self);
             return;
         }
-        s_CurlHandle = curl_easy_init();
+        s_CurlHandle = curlEasyInit();
         if (!checkOnRampInfo())
             failedOnRamp(self);
         return;
     }
     createDeleteList();
-    s_CurlHandle = curl_easy_init();
+    s_CurlHandle = curlEasyInit();
     if (s_bUseOnRamp) {
         if (!checkOnRampInfo())
             failedOnRamp(self);

@@ -1,5 +1,6 @@
 #include "provision/run_state.h"
 
+#include "platform/curl_dl.h"
 #include "platform/log.h"
 
 StrArray s_ppFiles = nullptr;
@@ -33,7 +34,7 @@ void releaseCurlHandle(const char *caller) {
         return;
     if (caller)
         vyxLog(LOG_DEBUG, "%s: Need to cleanup curl handle", caller);
-    curl_easy_cleanup(s_CurlHandle);
+    sym_curl_easy_cleanup(s_CurlHandle);
     s_CurlHandle = nullptr;
 }
 

@@ -3,6 +3,7 @@
 #include <glib.h>
 #include <string.h>
 
+#include "platform/curl_dl.h"
 #include "platform/log.h"
 #include "status/run_record.h"
 #include "sysinfo/sysinfo.h"
@@ -31,48 +32,52 @@ const char *decodeCurlInfoType(curl_infotype type) {
 // list) must not reach this one.
 static bool prvSetUp(CURL *handle, const StoreTransfer &t, char *errorBuffer, char **body) {
     const char *caller = t.caller;
-    CURLcode code = curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, errorBuffer);
+    CURLcode code = sym_curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, errorBuffer);
     if (code != CURLE_OK) {
-        vyxLog(LOG_ERR, "%s: Can't set error buffer [%s]", caller, curl_easy_strerror(code));
+        vyxLog(LOG_ERR, "%s: Can't set error buffer [%s]", caller, sym_curl_easy_strerror(code));
         return false;
     }
-    code = curl_easy_setopt(handle, CURLOPT_DEBUGFUNCTION, t.debugCallback);
+    code = sym_curl_easy_setopt(handle, CURLOPT_DEBUGFUNCTION, t.debugCallback);
     if (code != CURLE_OK) {
-        vyxLog(LOG_ERR, "%s: Error [%s] setting debug handler", caller, curl_easy_strerror(code));
+        vyxLog(LOG_ERR, "%s: Error [%s] setting debug handler", caller,
+               sym_curl_easy_strerror(code));
         return false;
     }
     g_clear_pointer(t.reply, g_free);
-    code = curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, t.writeData);
+    code = sym_curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, t.writeData);
     if (code != CURLE_OK) {
-        vyxLog(LOG_ERR, "%s: Error [%s] setting write handler", caller, curl_easy_strerror(code));
+        vyxLog(LOG_ERR, "%s: Error [%s] setting write handler", caller,
+               sym_curl_easy_strerror(code));
         return false;
     }
-    code = curl_easy_setopt(handle, CURLOPT_POST, 1L);
+    code = sym_curl_easy_setopt(handle, CURLOPT_POST, 1L);
     if (code != CURLE_OK) {
-        vyxLog(LOG_ERR, "%s: Error [%s] setting POST", caller, curl_easy_strerror(code));
+        vyxLog(LOG_ERR, "%s: Error [%s] setting POST", caller, sym_curl_easy_strerror(code));
         return false;
     }
     // The server address comes with its trailing separator; the method name follows at once.
     g_autofree char *url = g_strdup_printf("%s%s", getServerUrl(), t.method);
     vyxLog(LOG_DEBUG, "%s: URL:%s", caller, url);
-    code = curl_easy_setopt(handle, CURLOPT_URL, url);
+    code = sym_curl_easy_setopt(handle, CURLOPT_URL, url);
     if (code != CURLE_OK) {
-        vyxLog(LOG_ERR, "%s: Error [%s] setting URL: %s", caller, curl_easy_strerror(code), url);
+        vyxLog(LOG_ERR, "%s: Error [%s] setting URL: %s", caller, sym_curl_easy_strerror(code),
+               url);
         return false;
     }
     g_free(*t.body);
     *t.offset = 0;
     *t.body = g_steal_pointer(body);
     vyxLog(LOG_DEBUG, "%s: body:%s", caller, *t.body);
-    code = curl_easy_setopt(handle, CURLOPT_READFUNCTION, t.readData);
+    code = sym_curl_easy_setopt(handle, CURLOPT_READFUNCTION, t.readData);
     if (code != CURLE_OK) {
-        vyxLog(LOG_ERR, "%s: Error [%s] setting read function", caller, curl_easy_strerror(code));
+        vyxLog(LOG_ERR, "%s: Error [%s] setting read function", caller,
+               sym_curl_easy_strerror(code));
         return false;
     }
-    code = curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, t.httpHeader);
+    code = sym_curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, t.httpHeader);
     if (code != CURLE_OK) {
         vyxLog(LOG_ERR, "%s: Error [%s] setting HTTP Header function", caller,
-               curl_easy_strerror(code));
+               sym_curl_easy_strerror(code));
         return false;
     }
     return true;
@@ -82,8 +87,8 @@ static bool prvSetUp(CURL *handle, const StoreTransfer &t, char *errorBuffer, ch
 static void noteStoreResult(CURL *handle, const char *method, CURLcode code, const char *detail) {
     long status = 0;
     if (code == CURLE_OK)
-        curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
-    runRecordStoreResult(method, status, code == CURLE_OK ? nullptr : curl_easy_strerror(code),
+        sym_curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
+    runRecordStoreResult(method, status, code == CURLE_OK ? nullptr : sym_curl_easy_strerror(code),
                          detail);
 }
 
@@ -99,19 +104,21 @@ bool runStoreTransfer(CURL *handle, const StoreTransfer &t, char *body) {
 
     // The body's size reaches the server only through this line: no post-field size is set.
     g_autofree char *length = g_strdup_printf("Content-Length: %d", (int)strlen(*t.body));
-    struct curl_slist *headers = curl_slist_append(nullptr, s_contentType);
-    headers = curl_slist_append(headers, length);
+    struct curl_slist *headers = sym_curl_slist_append(nullptr, s_contentType);
+    headers = sym_curl_slist_append(headers, length);
     bool done = false;
-    CURLcode code = curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers);
+    CURLcode code = sym_curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers);
     if (code != CURLE_OK) {
-        vyxLog(LOG_ERR, "%s: Error [%s] setting content type", t.caller, curl_easy_strerror(code));
-    } else if ((code = curl_easy_perform(handle)) != CURLE_OK) {
-        vyxLog(LOG_DEBUG, "%s: Error [%s]: %s", t.caller, curl_easy_strerror(code), errorBuffer);
+        vyxLog(LOG_ERR, "%s: Error [%s] setting content type", t.caller,
+               sym_curl_easy_strerror(code));
+    } else if ((code = sym_curl_easy_perform(handle)) != CURLE_OK) {
+        vyxLog(LOG_DEBUG, "%s: Error [%s]: %s", t.caller, sym_curl_easy_strerror(code),
+               errorBuffer);
     } else {
         done = true;
     }
     noteStoreResult(handle, t.method, code, errorBuffer);
-    curl_slist_free_all(headers);
+    sym_curl_slist_free_all(headers);
     return done;
 }
 

@@ -1,12 +1,12 @@
 // The store's replies arrive over HTTP in whatever pieces the network makes of them. A server on
 // 127.0.0.1 sends the input as the reply body in chunks of sizes the input chooses, NUL bytes
 // included, to the detail query or the profile query, which parse what they put together.
-#include <curl/curl.h>
 #include <glib.h>
 
 #include <mutex>
 
 #include "fuzz_daemon.h"
+#include "platform/curl_dl.h"
 #include "provision/config.h"
 #include "provision/download.h"
 #include "store/app_detail.h"
@@ -40,7 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         fuzzStartDaemon();
         std::string url = "{\"serverUrl\":\"" + server().url() + "\"}";
         fuzzReply(serverUrlCB, url.c_str());
-        return curl_easy_init();
+        return curlEasyInit();
     }();
     fuzzResetDaemon();
     server().forgetRequests();

@@ -3,9 +3,8 @@
 // choosing, plus the easy handle a provisioning run would hand the store client.
 #pragma once
 
-#include <curl/curl.h>
-
 #include "core_fixture.h"
+#include "platform/curl_dl.h"
 #include "store/app_listing.h"
 #include "store_server.h"
 
@@ -19,7 +18,7 @@ class StoreScenario : public CoreScenario {
         startWithDemo(core::DEMO_OFF);
         ASSERT_NE(call("downloadAppInfo", "{}").find("\"details\""), std::string::npos);
         ASSERT_TRUE(waitUntil([] { return getPkgListJSON() != nullptr; }, "the package listing"));
-        handle = curl_easy_init();
+        handle = curlEasyInit();
     }
     // The store got one request: a POST of the body to the method, announced by the two lines.
     static void expectOneRequest(StoreServer &store, const std::string &method,
@@ -35,7 +34,8 @@ class StoreScenario : public CoreScenario {
         EXPECT_EQ(requests[0].body, body);
     }
     void TearDown() override {
-        curl_easy_cleanup(handle);
+        if (handle)
+            sym_curl_easy_cleanup(handle);
         CoreScenario::TearDown();
     }
     CURL *handle = nullptr;
