@@ -49,8 +49,6 @@ const Row rows[] = {
     {"StoreDown", "store-down.json", SwitchOn, "", "", "", STORE_FAILED},
     {"StoreHttp500", "store-http500.json", SwitchOn, "profile app.vyxcore app.vyxcore", "", "",
      STORE_FAILED},
-    {"StoreGarbage", "store-garbage.json", SwitchOn, "profile app.vyxcore app.vyxcore", "", "",
-     STORE_FAILED},
     {"StoreMalformed", "store-malformed.json", SwitchOn, "profile app.vyxcore app.vyxcore", "", "",
      STORE_FAILED},
     {"StoreTruncated", "store-truncated.json", SwitchOn, "profile", "", "", STORE_FAILED},

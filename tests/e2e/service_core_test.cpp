@@ -42,13 +42,6 @@ class ServiceCore : public E2eTest {
     }
 };
 
-TEST_F(ServiceCore, BootWithTheDemoOnLaunchesTheDemonstration) {
-    start(true, false);
-    EXPECT_EQ(call(DEMO_STATE, R"({"onBoot":true})"), R"({"returnValue":"true","state":"on"})");
-    ASSERT_TRUE(launched("com.velto.app.vyx", "initialize", "true"));
-    EXPECT_TRUE(launched("com.velto.app.vyxcore", "startVyx"));
-}
-
 TEST_F(ServiceCore, DemoSwitchedOnAndOffWithTheClient) {
     start(false);
     ToolRun on =

@@ -69,8 +69,6 @@ const DetailCase DETAIL_CASES[] = {
      {true, false, -1}, "", {LOG_ALERT, "parseBazaroResponse: [com.x] gone"}},
     {"NotJson", "", {200, {"<html>"}}, {false, false, -1}, "",
      {LOG_ALERT, "parseBazaroResponse: [com.x] Malformed reply or invalid reply: <html>"}},
-    {"NoBody", "", {200, {}}, {false, false, -1}, "",
-     {LOG_ERR, "parseBazaroResponse: [com.x] Reply is NULL, can't process"}},
     {"HangUp", "", {200, {}, true}, {false, false, -1}, "",
      {LOG_DEBUG, "checkBazaro: Error [Server returned nothing (no headers, no data)]: "
                  "Empty reply from server"}},

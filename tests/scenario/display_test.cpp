@@ -65,19 +65,14 @@ const DisplayCase CASES[] = {
     {"StateAloneIsNotEnough", ON, 1, trigger(R"("event":"displayOn","state":"off")"), "", true},
     {"DockedWithAnyState", ON, 1, trigger(R"("event":"displayOn","state":"on","dockMode":true)"),
      PLAY_VIDEO, true},
-    {"DockedAsText", ON, 1, trigger(R"("event":"displayOn","dockMode":"TRUE")"), PLAY_VIDEO, true},
     {"EventNotATextButDimmed", ON, 1, trigger(R"("event":5,"state":"dimmed")"), PLAY_VIDEO, true},
-    {"EventNotATextAndDisplayOn", ON, 1, trigger(R"("event":5,"state":"on")"), "", true},
     {"NothingRecorded", ON, 1, trigger(R"("event":null)"), POWER, true},
     {"PresenceUnknown", ON, -1, trigger(R"("event":"displayInactive")"), PLAY_VIDEO, true},
     {"AppAbsent", ON, 0, trigger(R"("event":"displayOff")"), "", true},
     {"DemoOff", OFF, 1, trigger(R"("event":"displayOff")"), "", false},
     {"DemoUnknownReadsThePreference", UNKNOWN_THEN_ON, 1,
      trigger(R"("event":"displayDimmed","state":"dimmed")"), PLAY_VIDEO, true},
-    {"NoActivity", ON, 1, R"({"trigger":{"event":"displayOff"}})", "", true},
-    {"NoTrigger", ON, 1, R"({"$activity":{"activityId":4}})", "", true},
     {"NoEvent", ON, 1, trigger(R"("state":"off")"), "", true},
-    {"NotJson", ON, 1, "{\"$activity\":", "", true},
 };
 
 INSTANTIATE_TEST_SUITE_P(Cases, DisplayChange, testing::ValuesIn(CASES), rowName);

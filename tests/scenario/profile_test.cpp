@@ -12,7 +12,6 @@ const char BODY[] = "{'InGetUserAppsV2':{'accountTokenInfo':{'token':'tok','devi
                     "'email':'a@b.c','carrier':'VZW'}, 'locale':'en_US'} }";
 const char NO_ID[] =
     R"({"OutGetUserInstalledAppsV2":{"userApps":[{"x":1},{"publicApplicationId":"p"}]}})";
-const char TOP_ARRAY[] = R"({"OutGetUserInstalledAppsV2":[]})";
 const char NO_APPS[] = R"({"OutGetUserInstalledAppsV2":{}})";
 
 std::string profile(const std::string &userApps) {
@@ -55,14 +54,10 @@ const ProfileCase PROFILE_CASES[] = {
     {"UnexpectedTypeHandsOverAllSaved", "a;b", {200, {profile("\"x\"")}}, false,
      {{LOG_DEBUG, PARSE + "'userApps' element has unexpected type [string]"},
       {LOG_DEBUG, VERIFY + "Delete list: a;b"}}, nullptr},
-    {"TopValueNotObject", "a", {200, {TOP_ARRAY}}, true,
-     {{LOG_DEBUG, PARSE + "No applications in the profile: " + TOP_ARRAY}}, "verifyProfilePackages"},
     {"NoUserApps", "a", {200, {NO_APPS}}, false,
      {{LOG_DEBUG, PARSE + "Couldn't find 'userApps' element : " + NO_APPS}}, "verifyProfilePackages"},
     {"NotJson", "a", {200, {"oops"}}, false,
      {{LOG_ALERT, PARSE + "Malformed reply or invalid reply: oops"}}, "verifyProfilePackages"},
-    {"NoBody", "a", {200, {}}, false, {{LOG_ERR, PARSE + "Reply is NULL, can't process"}},
-     "verifyProfilePackages"},
 };
 // clang-format on
 
@@ -97,7 +92,7 @@ TEST_F(StoreScenario, DetailQueryAfterProfileQueryOnOneHandleGetsItsOwnReply) {
     EXPECT_TRUE(LogCapture::has(LOG_ALERT, "parseBazaroResponse: [com.x] m"));
 }
 
-TEST_F(BusTest, SavedProfileListIsReplacedWholeAndRemovedWhenEmpty) {
+TEST_F(RootTest, SavedProfileListIsReplacedWholeAndRemovedWhenEmpty) {
     writeFile(PROFILE_LIST_FILE, "old;and;longer");
     g_auto(GStrv) entries = g_strsplit("x;y", ";", -1);
     EXPECT_TRUE(saveProfileFileList(entries));

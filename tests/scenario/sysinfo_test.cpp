@@ -202,52 +202,29 @@ TEST_P(ItemReply, StoredTextFollowsTheReply) {
 #define CARRIER "\"com.velto.properties.DMCARRIER\""
 #define MACHINE "\"com.velto.properties.machineName\""
 
-INSTANTIATE_TEST_SUITE_P(
-    Replies, ItemReply,
-    testing::Values(
-        ItemCase{"LocaleMissing", SI_LOCALE, R"({"returnValue":true})", "en_us"},
-        ItemCase{"LocaleCutAt100", SI_LOCALE,
-                 R"({"locale":{"languageCode":")" + std::string(80, 'l') + R"(","countryCode":")" +
-                     std::string(40, 'C') + "\"}}",
-                 std::string(80, 'l') + "_" + std::string(19, 'C')},
-        ItemCase{"TokenCutAt100", SI_ACCOUNT_TOKEN,
-                 R"({"token":")" + std::string(150, 't') +
-                     R"(","accountAlias":"a","accountState":"s"})",
-                 std::string(100, 't')},
-        ItemCase{"TokenCutBeforeAnEscape", SI_ACCOUNT_TOKEN,
-                 R"({"token":")" + std::string(99, 't') +
-                     R"(\"","accountAlias":"a","accountState":"s"})",
-                 std::string(99, 't')},
-        ItemCase{"LocaleCutBeforeACharacter", SI_LOCALE,
-                 R"({"locale":{"languageCode":"en","countryCode":")" + std::string(96, 'C') +
-                     "\xc3\xa9\"}}",
-                 "en_" + std::string(96, 'C')},
-        ItemCase{"TokenWithoutStateFails", SI_ACCOUNT_TOKEN,
-                 R"({"token":"t","accountAlias":"a","accountState":null})", ""},
-        ItemCase{"DeviceIdCutAt100", SI_DEVICE_ID,
-                 R"({"deviceId":")" + std::string(150, 'd') + "\"}", std::string(100, 'd')},
-        ItemCase{"ServerUrlCutAt256", SI_SERVER_URL,
-                 R"({"serverUrl":")" + std::string(300, 's') + "\"}", std::string(256, 's')},
-        // The walk stops once both are found; a later element overwrites until then.
-        ItemCase{"BothInFirstElementStopTheWalk", SI_CARRIER,
-                 values("[{" CARRIER ":\"VZW\"," MACHINE ":\"fenlo\"},{" CARRIER ":\"TMO\"," MACHINE
-                        ":\"ombrel\"}]"),
-                 "VZW", 1, "com.velto.vyx.v002"},
-        ItemCase{"OnlyMachineName", SI_CARRIER, values("[{" MACHINE ":\"tarsk\"}]"), "ROW", 2,
-                 "com.velto.vyx.v001"},
-        ItemCase{"LaterElementOverwrites", SI_CARRIER,
-                 values("[{" CARRIER ":\"VZW\"},{" CARRIER ":\"ATT\"},{" MACHINE ":\"ombrel\"}]"),
-                 "ATT", 3},
-        ItemCase{"MachineNameIsCaseSensitive", SI_CARRIER,
-                 values("[{" CARRIER ":\"VZW\"," MACHINE ":\"Fenlo\"}]"), "VZW"},
-        ItemCase{"ValueWithoutTextIsMissing", SI_CARRIER,
-                 values("[{" CARRIER ":null," MACHINE ":true}]"), "ROW"},
-        ItemCase{"CarrierCutAt99", SI_CARRIER,
-                 values("[{" CARRIER ":\"" + std::string(150, 'c') + "\"}]"), std::string(99, 'c')},
-        ItemCase{"CarrierCutBeforeAUnicodeEscape", SI_CARRIER,
-                 values("[{" CARRIER ":\"" + std::string(95, 'c') + "\\u00e9\"}]"),
-                 std::string(95, 'c')}),
-    caseName);
+const std::string T99(99, 't'), T150(150, 't');
+// clang-format off
+const ItemCase ITEM_CASES[] = {
+    {"LocaleMissing", SI_LOCALE, R"({"returnValue":true})", "en_us"},
+    {"TokenCutAt100", SI_ACCOUNT_TOKEN, R"({"token":")" + T150 + R"(","accountAlias":"a","accountState":"s"})",
+     T150.substr(0, 100)},
+    {"TokenCutBeforeAnEscape", SI_ACCOUNT_TOKEN,
+     R"({"token":")" + T99 + R"(\"","accountAlias":"a","accountState":"s"})", T99},
+    {"TokenWithoutStateFails", SI_ACCOUNT_TOKEN, R"({"token":"t","accountAlias":"a","accountState":null})", ""},
+    {"ServerUrlCutAt256", SI_SERVER_URL, R"({"serverUrl":")" + std::string(300, 's') + "\"}", std::string(256, 's')},
+    // The walk stops once both are found; a later element overwrites until then.
+    {"BothInFirstElementStopTheWalk", SI_CARRIER,
+     values("[{" CARRIER ":\"VZW\"," MACHINE ":\"fenlo\"},{" CARRIER ":\"TMO\"," MACHINE ":\"ombrel\"}]"),
+     "VZW", 1, "com.velto.vyx.v002"},
+    {"OnlyMachineName", SI_CARRIER, values("[{" MACHINE ":\"tarsk\"}]"), "ROW", 2, "com.velto.vyx.v001"},
+    {"LaterElementOverwrites", SI_CARRIER,
+     values("[{" CARRIER ":\"VZW\"},{" CARRIER ":\"ATT\"},{" MACHINE ":\"ombrel\"}]"), "ATT", 3},
+    {"CarrierCutBeforeAUnicodeEscape", SI_CARRIER,
+     values("[{" CARRIER ":\"" + std::string(95, 'c') + "\\u00e9\"}]"), std::string(95, 'c')},
+};
+// clang-format on
+
+INSTANTIATE_TEST_SUITE_P(Replies, ItemReply, testing::ValuesIn(ITEM_CASES), caseName);
 
 class GatheringEnd : public SysInfo {
   protected:

@@ -108,24 +108,37 @@ void spinFor(int milliseconds) {
 }
 
 // ---------------------------------------------------------------------------------------------
-// Fixture
+// Fixtures
 
-void BusTest::SetUp() {
+void LogTest::TearDown() {
+    vyxLogSetSink(nullptr, nullptr);
+}
+
+void RootTest::SetUp() {
+    LogTest::SetUp();
     g_autofree char *dir = g_dir_make_tmp("vyxtest-XXXXXX", nullptr);
     ASSERT_NE(dir, nullptr);
     m_root = dir;
     setenv("VYXSTAGED_ROOT", m_root.c_str(), 1);
-
-    m_bus = g_test_dbus_new(G_TEST_DBUS_NONE);
-    g_test_dbus_up(m_bus);
-    setenv("DBUS_SESSION_BUS_ADDRESS", g_test_dbus_get_bus_address(m_bus), 1);
-
-    LogCapture::install();
-    LogCapture::clear();
     FakeHost::install();
     FakeHost::sleeps.clear();
     FakeHost::exits = 0;
     FakeHost::lastExitStatus = -1;
+}
+
+void RootTest::TearDown() {
+    LogTest::TearDown();
+    hostSetSeams(nullptr);
+    std::error_code ignored; // a test that failed half-way may leave anything behind
+    if (!m_root.empty())
+        std::filesystem::remove_all(m_root, ignored);
+}
+
+void BusTest::SetUp() {
+    RootTest::SetUp();
+    m_bus = g_test_dbus_new(G_TEST_DBUS_NONE);
+    g_test_dbus_up(m_bus);
+    setenv("DBUS_SESSION_BUS_ADDRESS", g_test_dbus_get_bus_address(m_bus), 1);
 }
 
 void BusTest::TearDown() {
@@ -133,25 +146,21 @@ void BusTest::TearDown() {
         g_test_dbus_down(m_bus);
         g_object_unref(m_bus);
     }
-    vyxLogSetSink(nullptr, nullptr);
-    hostSetSeams(nullptr);
-    std::error_code ignored; // a test that failed half-way may leave anything behind
-    if (!m_root.empty())
-        std::filesystem::remove_all(m_root, ignored);
+    RootTest::TearDown();
 }
 
-void BusTest::writeFile(const std::string &absolute, const std::string &content) const {
+void RootTest::writeFile(const std::string &absolute, const std::string &content) const {
     std::string path = rooted(absolute);
     g_autofree char *dir = g_path_get_dirname(path.c_str());
     g_mkdir_with_parents(dir, 0755);
     ASSERT_TRUE(g_file_set_contents(path.c_str(), content.data(), content.size(), nullptr));
 }
 
-bool BusTest::fileExists(const std::string &absolute) const {
+bool RootTest::fileExists(const std::string &absolute) const {
     return g_file_test(rooted(absolute).c_str(), G_FILE_TEST_EXISTS);
 }
 
-std::string BusTest::readFile(const std::string &absolute) const {
+std::string RootTest::readFile(const std::string &absolute) const {
     g_autofree char *content = nullptr;
     gsize length = 0;
     if (!g_file_get_contents(rooted(absolute).c_str(), &content, &length, nullptr))

@@ -49,7 +49,19 @@ struct FakeHost {
 // Lets the main loop run for a while, for checks that something does NOT happen.
 void spinFor(int milliseconds);
 
-class BusTest : public ::testing::Test {
+// Pure helpers: their log lines captured, no bus started.
+class LogTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        LogCapture::install();
+        LogCapture::clear();
+    }
+    void TearDown() override;
+};
+
+// Modules that read and write files but need no bus: a root directory of their own and the fake
+// host besides the captured log.
+class RootTest : public LogTest {
   protected:
     void SetUp() override;
     void TearDown() override;
@@ -60,6 +72,14 @@ class BusTest : public ::testing::Test {
     std::string readFile(const std::string &absolute) const;
 
   private:
-    GTestDBus *m_bus = nullptr;
     std::string m_root;
+};
+
+class BusTest : public RootTest {
+  protected:
+    void SetUp() override;
+    void TearDown() override;
+
+  private:
+    GTestDBus *m_bus = nullptr;
 };

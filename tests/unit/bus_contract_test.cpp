@@ -85,20 +85,6 @@ TEST_F(BusContract, CallToAServiceNobodyOwnsGetsTheNotRunningReplyFromTheLoop) {
               "running.\",\"serviceName\":\"com.example.absent\"}");
 }
 
-TEST_F(BusContract, MalformedAddressesAreRefusedWithAnError) {
-    BusClient client;
-    for (const char *uri :
-         {"", "velto://", "velto://com.example.x", "http://com.example.x/m",
-          "velto://com.example.x/", "velto://com.example.x/bad path/m", "velto://:1.5/method"}) {
-        SCOPED_TRACE(uri);
-        BusError error;
-        KSErrorInit(&error);
-        EXPECT_FALSE(KSCall(client.handle(), uri, "{}", collect, nullptr, nullptr, &error));
-        EXPECT_NE(error.message, nullptr);
-        KSErrorFree(&error);
-    }
-}
-
 TEST_F(BusContract, PayloadThatIsNotUtf8IsRepairedNotDropped) {
     FakeService echo("com.example.echo");
     echo.handle("/", "echo", [](BusHandle *h, BusMessage *m) {
@@ -122,23 +108,6 @@ TEST_F(BusContract, SecondOwnerOfANameIsRefused) {
     EXPECT_FALSE(KSRegister("com.example.owned", &second, &error));
     EXPECT_EQ(second, nullptr);
     KSErrorFree(&error);
-}
-
-TEST_F(BusContract, IntrospectionListsTheMethods) {
-    FakeService svc("com.example.intro");
-    svc.silent("/", "alpha").silent("/", "beta");
-    ASSERT_TRUE(svc.start());
-    g_autoptr(GDBusConnection) connection = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
-    ASSERT_NE(connection, nullptr);
-    g_autoptr(GVariant) xml = g_dbus_connection_call_sync(
-        connection, "com.example.intro", "/", "org.freedesktop.DBus.Introspectable", "Introspect",
-        nullptr, G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr);
-    ASSERT_NE(xml, nullptr);
-    const char *text = nullptr;
-    g_variant_get(xml, "(&s)", &text);
-    EXPECT_NE(strstr(text, "<interface name=\"com.velto.ks\">"), nullptr) << text;
-    EXPECT_NE(strstr(text, "<method name=\"alpha\">"), nullptr);
-    EXPECT_NE(strstr(text, "<method name=\"beta\">"), nullptr);
 }
 
 // What a process sends on its way out (a withdrawal, a cancelled subscription, the answer to a

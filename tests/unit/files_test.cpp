@@ -11,7 +11,7 @@ namespace {
 using Lines = std::vector<LogLine>;
 
 // Paths under the test's root, as the copy is given them.
-class Files : public BusTest {
+class Files : public RootTest {
   protected:
     std::string path(const char *relative) { return rooted(std::string("/") + relative); }
     void write(const char *relative, const std::string &contents) {

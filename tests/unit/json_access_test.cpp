@@ -6,7 +6,7 @@
 
 namespace {
 
-class JsonAccess : public BusTest {};
+class JsonAccess : public LogTest {};
 
 const JsonNode *member(const JsonTree &tree, const char *key) {
     return json_find_first_label(tree.get(), key);
@@ -62,19 +62,6 @@ TEST_F(JsonAccess, FindFirstLabelLogsBadParametersAndNonObjects) {
         LOG_DEBUG,
         "caller: Invalid element type of array in call to prvJsonFindFirstLabel: name: k"));
     EXPECT_NE(prvJsonFindFirstLabel(tree.get(), "arr", "caller"), nullptr);
-}
-
-TEST_F(JsonAccess, TypeNames) {
-    struct Case {
-        const char *json, *name;
-    } cases[] = {{"\"s\"", "string"},  {"1.5", "number"},        {"{}", "object"},
-                 {"[]", "array"},      {"true", "boolean:true"}, {"false", "boolean:false"},
-                 {"null", "null type"}};
-    for (const Case &c : cases) {
-        JsonTree tree = jsonParse(c.json);
-        EXPECT_STREQ(decodeJsonObjectType(tree.get()), c.name) << c.json;
-    }
-    EXPECT_STREQ(decodeJsonObjectType(nullptr), "NULL");
 }
 
 TEST_F(JsonAccess, OnlyTheNotRunningReplyOfTheNamedServiceIsIgnored) {

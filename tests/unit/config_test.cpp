@@ -1,0 +1,98 @@
+// The key files that rule a run and the lists read from them, against a cached listing.
+#include "bus_test.h"
+#include "provision/config.h"
+#include "scenario/provision_fixture.h"
+#include "store/app_listing.h"
+#include "sysinfo/sysinfo.h"
+
+using namespace core;
+using namespace prov;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+struct ConfigCase {
+    const char *name;
+    std::vector<std::pair<const char *, std::string>> files;
+    Lines logged;
+    Lines notLogged;
+    friend void PrintTo(const ConfigCase &c, std::ostream *os) { *os << c.name; }
+};
+
+class ConfigFiles : public RootTest, public testing::WithParamInterface<ConfigCase> {
+  protected:
+    static void reply(BusMethodHandler callback, const std::string &payload) {
+        BusMessage *message = KSMessageNewForTest(payload.c_str());
+        callback(nullptr, message, nullptr);
+        KSMessageUnref(message);
+    }
+};
+
+TEST_P(ConfigFiles, DecideTheLists) {
+    const ConfigCase &c = GetParam();
+    for (const auto &[path, content] : c.files)
+        writeFile(path, content);
+    reply(listPkgsCB,
+          listing({{"com.acme.user"},
+                   {"com.acme.kept"},
+                   {"com.acme.sys", "1.0", false, R"(\/usr\/velto\/applications\/s\/i.png)"},
+                   {"com.acme.moved", "1.0", false, USER_ICON},
+                   {"com.velto.app.findapps", "1.0", false, USER_ICON},
+                   {"", "1.0", true, "x"}}));
+    // The device's hardware decides the demonstration's video.
+    reply(carrierCB, R"({"values":[{"com.velto.properties.machineName":"tarsk"}]})");
+    LogCapture::clear();
+    loadDownloadFileList();
+    createDeleteList();
+    for (const std::string &line : c.logged)
+        EXPECT_TRUE(LogCapture::hasText(line)) << line << "\n" << LogCapture::dump();
+    for (const std::string &line : c.notLogged)
+        EXPECT_FALSE(LogCapture::hasText(line)) << line;
+}
+
+const std::string LONG_RUN(120, 'r');
+const char *const NO_WHITELIST =
+    "createDeleteList: No whitelist key in 'conf' file, therefore don't delete anything";
+
+const std::string LOAD = "loadDownloadFileList: ", DELETES = "createDeleteList: ";
+const std::string ONRAMP_OFF = LOAD + "OnRamp lookup suppressed: Key found";
+const std::string DEMO_ADDED = LOAD + "com.velto.app.vyx added to file list";
+
+// clang-format off
+const ConfigCase CASES[] = {
+    {"DynamicFileHidesTheOthers",
+     {{DYNAMIC, "[IPKG]\nINSTALL=a\n"}, {CARRIER, "[IPKG]\nINSTALL=b;c\nWHITELIST=\n"},
+      {CONFIG, "[IPKG]\nINSTALL=d\nSKIPONRAMP=true\n"}},
+     {LOAD + "key has 1 files for key INSTALL", NO_WHITELIST}, {ONRAMP_OFF}},
+    {"FileWithoutTheGroupIsPassedOver",
+     {{DYNAMIC, "[OTHER]\nINSTALL=a\n"}, {CARRIER, "not a key file\n"},
+      {CONFIG, "[IPKG]\nINSTALL=b;c;\nSKIPONRAMP=true\n"}},
+     {"prvImportKeyFile: Can't find group [IPKG] in conf file [/var/usr/velto/vyxstage.conf]",
+      LOAD + "key has 2 files for key INSTALL", ONRAMP_OFF}, {}},
+    {"EmptyWhitelistDeletesEveryUserPackageNotToInstall",
+     {{CONFIG, "[IPKG]\nINSTALL= com.acme.kept ;x\nWHITELIST=\nPURGELIST=p\n"}},
+     {LOAD + "key has 0 files for key WHITELIST",
+      DELETES + "userInstalled package [com.acme.kept] found in 'install' list",
+      "isAppUserInstalled: Override userInstalled flag based on app location, id: com.acme.moved",
+      DELETES + "packages [com.acme.user;com.acme.moved]"},
+     {LOAD + "key has 1 files for key PURGELIST"}},
+    {"WhitelistKeepsItsPackages", {{CONFIG, "[IPKG]\nINSTALL=x\nWHITELIST=com.acme.user; com.acme.kept\n"}},
+     {DELETES + "userInstalled package [com.acme.user] found in 'whitelist'",
+      DELETES + "packages [com.acme.moved]"}, {}},
+    {"PurgeListOnlyWithoutWhitelist", {{CONFIG, "[IPKG]\nINSTALL=x\nPURGELIST= p1 ;p2\n"}},
+     {LOAD + "key has 2 files for key PURGELIST", NO_WHITELIST}, {}},
+    {"DemoPackagesAreAddedOnce", {{CONFIG, "[IPKG]\nINSTALL=com.velto.app.vyx\n"}},
+     {LOAD + "com.velto.vyx.v001 added to file list"}, {DEMO_ADDED}},
+    {"NoFileStillBringsTheDemo", {{CONFIG, "[IPKG]\n"}},
+     {LOAD + "error getting INSTALL list from conf file: Key file does not have key “INSTALL” in "
+             "group “IPKG”", DEMO_ADDED}, {}},
+    {"NoQualifyingFile", {}, {LOAD + "Couldn't find any conf files", DEMO_ADDED}, {}},
+    {"LongRunValueIsCut", {{CONFIG, "[IPKG]\nINSTALL=x\nRUN=" + LONG_RUN + "\n"}},
+     {LOAD + LONG_RUN.substr(0, 99) + " added to file list"}, {}},
+};
+// clang-format on
+
+INSTANTIATE_TEST_SUITE_P(Cases, ConfigFiles, testing::ValuesIn(CASES), rowName);
+
+} // namespace
