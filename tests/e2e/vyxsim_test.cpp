@@ -17,14 +17,8 @@ namespace {
 
 class VyxsimTest : public E2eTest {
   protected:
-    // fresh-device with installs quick enough for a test, plus what a test adds
-    ::testing::AssertionResult startFresh(const std::string &members = "") {
-        return startSim(writeScenario(
-            "quick.json", R"({"extends":")" + shippedScenario("fresh-device.json") +
-                              R"(","installService":{"durationMs":600)" + members + "}}"));
-    }
-    std::string status(const std::string &payload) {
-        return call("velto://com.velto.appInstallService/status", payload);
+    ::testing::AssertionResult startFresh() {
+        return startSim(shippedScenario("fresh-device.json"));
     }
 };
 
@@ -54,27 +48,6 @@ TEST_F(VyxsimTest, ShippedScenariosLoadAndMalformedOnesEndWithTheReasonAndStatus
         EXPECT_EQ(run.status, 1) << run.err; // an exit, not a signal: no crash on any input
         EXPECT_TRUE(has(run.err, says));
     }
-}
-
-// Outcomes, store faults and the single form's "{}" poll reach the daemon in its provisioning
-// runs; these are the query forms and the listing that it never asks for itself.
-TEST_F(VyxsimTest, StatusAnswersTheFormAskedForAndTheListingGainsTheInstall) {
-    ASSERT_TRUE(startFresh(R"(,"statusForm":"single")"));
-    EXPECT_TRUE(has(call("velto://com.velto.appInstallService/install", // quoted as the daemon does
-                         "{'catalogId':4101,'id':'com.velto.app.vyx','version':'0.0.1'}"),
-                    R"("returnValue":true)"));
-    EXPECT_TRUE(has(status(R"({"form":"list"})"),
-                    R"("status":{"apps":[{"id":"com.velto.app.vyx","ticket":1,)"
-                    R"("details":{"state":"ipk download current")"));
-    ASSERT_TRUE(waitForRecord(
-        "install", [](const SimRecord &r) { return r.text("state") == "installed"; }, "install"));
-    EXPECT_TRUE(has(status(R"({"id":"com.velto.app.vyx"})"),
-                    R"("id":"com.velto.app.vyx","ticket":1,"details":{"state":"installed")"));
-    // the store's version, user area, slashes escaped as the platform does
-    EXPECT_TRUE(has(call("velto://com.velto.applicationManager/listPackages"),
-                    R"({"id":"com.velto.app.vyx","version":"2.1.0","title":"Vyx Demo",)"
-                    R"("userInstalled":true,"icon":"\/media\/cryptofs\/apps\/usr\/velto\/)"
-                    R"(applications\/com.velto.app.vyx\/icon.png"})"));
 }
 
 TEST_F(VyxsimTest, SubscribersHearEveryChangeUntilTheyThemselvesUnsubscribe) {

@@ -98,16 +98,6 @@ TEST_P(DetailQuery, RequestAndReply) {
 
 INSTANTIATE_TEST_SUITE_P(Store, DetailQuery, ::testing::ValuesIn(DETAIL_CASES), core::rowName);
 
-TEST_F(StoreScenario, RefusedConnectionLogsTheLibrarysMessage) {
-    startWith("http://127.0.0.1:1/");
-    bool found = true;
-    EXPECT_FALSE(checkBazaro(handle, "com.x", "", &found, nullptr, nullptr));
-    EXPECT_TRUE(LogCapture::contains(
-        "checkBazaro: Error [Couldn't connect to server]: Failed to connect to 127.0.0.1 port 1"))
-        << LogCapture::dump();
-    EXPECT_TRUE(found);
-}
-
 TEST_F(StoreScenario, InstalledPackagesAreFoundByTheirExactIdOnly) {
     const std::string longVersion(150, '9');
     startWith("http://127.0.0.1:1/", R"({"apps":[{"id":"com.ab","version":"1.0"},{"id":"com.c"},)"

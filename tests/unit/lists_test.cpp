@@ -22,16 +22,10 @@ using Strings = std::vector<std::string>;
 
 TEST(Lists, StrArrayAppendSplitsAndGrows) {
     struct Case {
-        const char *start; // joined, or null for the empty list
-        const char *appended;
+        const char *start, *appended; // the start joined, or null for the empty list
         Strings expected;
-    } cases[] = {
-        {nullptr, "a", {"a"}},  {nullptr, "a;b", {"a", "b"}},
-        {"a", "b", {"a", "b"}}, {"a;b", "c;d", {"a", "b", "c", "d"}},
-        {"a", "a", {"a", "a"}}, // no de-duplication
-        {"a", "", {"a"}},       {"a", nullptr, {"a"}},
-        {nullptr, nullptr, {}},
-    };
+    } cases[] = {{nullptr, "a;b", {"a", "b"}}, {"a;b", "c;d", {"a", "b", "c", "d"}},
+                 {"a", "a", {"a", "a"}}, {"a", "", {"a"}}, {"a", nullptr, {"a"}}, {nullptr, nullptr, {}}};
     for (const auto &c : cases) {
         g_auto(GStrv) array = c.start ? g_strsplit(c.start, ";", -1) : nullptr;
         StrArray result = prvStrArrayAppend(&array, c.appended);
@@ -43,13 +37,9 @@ TEST(Lists, StrArrayAppendSplitsAndGrows) {
 
 TEST(Lists, StrAppendJoinsWithSeparator) {
     struct Case {
-        const char *start;
-        const char *appended;
-        const char *expected;
-    } cases[] = {
-        {nullptr, "a", "a"}, {"a", "b", "a;b"},   {"a;b", "c", "a;b;c"},
-        {"a", "", "a"},      {"a", nullptr, "a"}, {nullptr, "", nullptr},
-    };
+        const char *start, *appended, *expected;
+    } cases[] = {{nullptr, "a", "a"}, {"a;b", "c", "a;b;c"}, {"a", "", "a"}, {"a", nullptr, "a"},
+                 {nullptr, "", nullptr}};
     for (const auto &c : cases) {
         g_autofree char *list = g_strdup(c.start);
         char *before = list;
