@@ -71,20 +71,6 @@ static bool collect(BusHandle *, BusMessage *reply, void *context) {
     return true;
 }
 
-TEST_F(BusContract, CallToAServiceNobodyOwnsGetsTheNotRunningReplyFromTheLoop) {
-    BusClient client;
-    std::vector<std::string> replies;
-    BusToken token = 0;
-    ASSERT_TRUE(KSCall(client.handle(), "velto://com.example.absent/anything", "{}", collect,
-                       &replies, &token, nullptr));
-    EXPECT_TRUE(replies.empty()); // never inside the call
-    EXPECT_NE(token, 0u);
-    ASSERT_TRUE(waitUntil([&] { return !replies.empty(); }, "the not-running reply"));
-    EXPECT_EQ(replies[0],
-              "{\"returnValue\":false,\"errorCode\":-1,\"errorText\":\"com.example.absent is not "
-              "running.\",\"serviceName\":\"com.example.absent\"}");
-}
-
 TEST_F(BusContract, PayloadThatIsNotUtf8IsRepairedNotDropped) {
     FakeService echo("com.example.echo");
     echo.handle("/", "echo", [](BusHandle *h, BusMessage *m) {
