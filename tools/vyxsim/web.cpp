@@ -38,7 +38,7 @@ guint s_watch = 0;
 bool s_daemonOnBus = false;
 std::string s_demoState = "unknown";
 // The daemon's own account of its provisioning run ("runStatus"), followed while a page is open.
-std::string s_run = "null";
+std::string s_runRecord; // empty: none yet
 bool s_runWatched = false;
 bool s_runOpen = false;
 
@@ -137,7 +137,11 @@ std::string snapshot() {
            ",\"demo\":{\"app\":" + jsonQuote(s_demoApp) +
            ",\"running\":" + (demoRunning() ? "true" : "false") +
            ",\"video\":" + (s_video ? "true" : "false") + "},\"calls\":" + joined(s_calls) +
-           ",\"store\":" + joined(s_storeRequests) + ",\"run\":" + s_run + "}";
+           ",\"store\":" + joined(s_storeRequests) + ",\"run\":" +
+           (s_runRecord.empty() ? std::string("null")
+                                : std::string("{\"running\":") + (s_runOpen ? "true" : "false") +
+                                      ",\"record\":" + s_runRecord + "}") +
+           "}";
 }
 
 // --- the event streams ---------------------------------------------------------------------
@@ -240,9 +244,8 @@ bool onRunStatus(BusHandle *, BusMessage *reply, void *) {
     const JsonNode *running = jsonMember(root, "running");
     const JsonNode *run = jsonMember(root, "run");
     bool open = running && running->type == JSON_TRUE;
-    s_run = run ? std::string("{\"running\":") + (open ? "true" : "false") +
-                      ",\"record\":" + json_write(run) + "}"
-                : "null";
+    if (run)
+        s_runRecord = json_write(run);
     // The daemon lets a subscription go with its run; taken again between runs, it follows the
     // next one.
     bool ended = s_runOpen && !open;
