@@ -42,8 +42,12 @@ std::vector<std::string> runHistoryLoad() {
     const JsonNode *runs =
         root && root->type == JSON_OBJECT ? json_find_first_label(root.get(), "runs") : nullptr;
     if (!runs || !runs->child || runs->child->type != JSON_ARRAY) {
-        vyxLog(LOG_ALERT, "%s: Damaged run history, starting afresh: %s", "runHistoryLoad",
-               path.c_str());
+        // Said once: every runStatus between runs reads the file again.
+        static bool s_reported = false;
+        if (!s_reported)
+            vyxLog(LOG_ALERT, "%s: Damaged run history, starting afresh: %s", "runHistoryLoad",
+                   path.c_str());
+        s_reported = true;
         return records;
     }
     for (const JsonNode *run = runs->child->child; run; run = run->next)

@@ -22,13 +22,12 @@ TEST_F(RunHistory, DamagedFileCountsAsEmptyWithOneLine) {
         {"{\"runs\":[{\"outcome\":\"failed\"},7]}", 1},
     };
     for (const Case &c : cases) {
-        LogCapture::clear();
         if (c.contents)
             writeFile(HISTORY, c.contents);
         EXPECT_EQ(runHistoryLoad().size(), c.records) << c.contents;
-        bool damaged = c.contents && c.records == 0;
-        EXPECT_EQ(LogCapture::count(DAMAGED + rooted(HISTORY)), damaged ? 1 : 0) << c.contents;
     }
+    // Once, however often it is read: every runStatus between runs reads it.
+    EXPECT_EQ(LogCapture::count(DAMAGED + rooted(HISTORY)), 1) << LogCapture::dump();
     // A damaged file is replaced by the next run's record.
     writeFile(HISTORY, "{");
     ASSERT_TRUE(runHistoryAppend("{\"reason\":\"a\"}"));
