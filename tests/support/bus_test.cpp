@@ -19,6 +19,7 @@ static void captureLine(int priority, const char *line, void *) {
 }
 
 void LogCapture::install() {
+    setenv("VYXSTAGED_LOG_LEVEL", "debug", 1); // whatever the shell running the tests asks
     vyxLogSetSink(captureLine, nullptr);
 }
 void LogCapture::clear() {
