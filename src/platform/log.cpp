@@ -40,7 +40,9 @@ static int prvLevelNamed(const char *name, int fallback) {
 static int prvThreshold() {
     if (s_threshold < 0) {
         s_mirror = getenv("VYXSTAGED_ROOT") != nullptr;
-        s_threshold = prvLevelNamed(getenv("VYXSTAGED_LOG_LEVEL"), s_mirror ? LOG_DEBUG : LOG_INFO);
+        // Every line by default: what reaches the system log is the platform's to filter. Only
+        // whoever starts the daemon (the unit file, a benchmark) asks for less.
+        s_threshold = prvLevelNamed(getenv("VYXSTAGED_LOG_LEVEL"), LOG_DEBUG);
     }
     return s_threshold;
 }

@@ -3,8 +3,8 @@
 // daemon). On a host (VYXSTAGED_ROOT set) lines are mirrored to stderr.
 //
 // VYXSTAGED_LOG_LEVEL (a syslog level name, "emerg" to "debug") sets which lines are wanted;
-// without it a host wants every line and a device stops at "info". A line that is not wanted
-// costs a comparison: no formatting, no write, no system call.
+// without it every line is. A line that is not wanted costs a comparison: no formatting, no
+// write, no system call.
 #pragma once
 
 #include <syslog.h>

@@ -35,11 +35,11 @@ TEST_P(LogLevel, FormatsOnlyTheWantedLines) {
 INSTANTIATE_TEST_SUITE_P(
     Cases, LogLevel,
     testing::Values(LevelCase{"EverythingOnAHost", nullptr, true, LOG_DEBUG},
-                    LevelCase{"InfoOnADevice", nullptr, false, LOG_INFO},
+                    LevelCase{"EverythingOnADevice", nullptr, false, LOG_DEBUG},
                     LevelCase{"NamedLevel", "err", true, LOG_ERR},
                     LevelCase{"NameInAnyCase", "Warning", false, LOG_WARNING},
                     LevelCase{"MostUrgentOnly", "emerg", true, LOG_EMERG},
-                    LevelCase{"UnknownNameKeepsTheDefault", "error", false, LOG_INFO}),
+                    LevelCase{"UnknownNameKeepsTheDefault", "error", false, LOG_DEBUG}),
     [](const testing::TestParamInfo<LevelCase> &info) { return std::string(info.param.name); });
 
 } // namespace
