@@ -127,20 +127,10 @@ const QueueCase QUEUE_CASES[] = {
 
 INSTANTIATE_TEST_SUITE_P(Cases, PopupSlot, testing::ValuesIn(QUEUE_CASES), rowName);
 
-// A demo action that fails: the demonstration application is missing.
+// A demo action that fails: the demonstration application is missing. Before the system
+// information is in, the end-to-end boot with the demonstration missing covers it.
 
 const char NOT_INSTALLED[] = R"({"returnValue":false,"errorCode":-1,"errorText":"not installed"})";
-
-TEST_F(AppControl, FailedLaunchGathersSystemInformationFirst) {
-    demoLaunchReply = NOT_INSTALLED;
-    startWithDemo(DEMO_OFF);
-    launchVYXAction("initialize", nullptr, nullptr);
-    ASSERT_TRUE(waitUntil([] { return isVyxAppPresent() == 0; }, "the failed launch"));
-    EXPECT_TRUE(isRunLocalFileDownload());
-    ASSERT_TRUE(waitUntil([&] { return accounts.count("getAccountToken") == 1; },
-                          "the system information request"));
-    EXPECT_EQ(std::ranges::count(appRequests(), "launch " + CORE_START), 0);
-}
 
 TEST_F(AppControl, FailedLaunchWithSystemInformationAsksForThePackages) {
     demoLaunchReply = NOT_INSTALLED;

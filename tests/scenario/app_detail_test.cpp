@@ -63,12 +63,8 @@ const DetailCase DETAIL_CASES[] = {
      {LOG_ALERT, "parseBazaroResponse: [com.x] Couldn't find 'appDetail': "s + NO_DETAIL}},
     {"NoVersionStillGivesSize", "", {200, {R"({"OutGetAppDetailV2":{"appDetail":{"appSize":5}}})"}},
      {false, true, 5}, "", {}},
-    {"ServiceErrorOnHttp500", "", {500, {R"({"JSONException":{}})"}}, {true, false, -1}, "",
-     {LOG_ALERT, "parseBazaroResponse: [com.x] Error"}},
     {"NulByteEndsItsChunkOnly", "", {200, {R"({"JSONException":)", "{\"message\":\"gone\"\0x"s, "}}"}},
      {true, false, -1}, "", {LOG_ALERT, "parseBazaroResponse: [com.x] gone"}},
-    {"NotJson", "", {200, {"<html>"}}, {false, false, -1}, "",
-     {LOG_ALERT, "parseBazaroResponse: [com.x] Malformed reply or invalid reply: <html>"}},
     {"HangUp", "", {200, {}, true}, {false, false, -1}, "",
      {LOG_DEBUG, "checkBazaro: Error [Server returned nothing (no headers, no data)]: "
                  "Empty reply from server"}},

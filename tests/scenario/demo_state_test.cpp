@@ -64,19 +64,6 @@ TEST_F(DemoBoot, DemoOnWaitsForTheAccountServiceThenLaunchesTheDemonstration) {
     EXPECT_GE(activities.count("create"), 1);
 }
 
-TEST_F(DemoBoot, DemoOffClosesWhatRunsOfTheDemonstration) {
-    running = runningList({{"com.velto.app.vyx", 1234}, {"com.velto.app.firstuse", 55}});
-    bootCallHeld();
-    answerHeldPrefs(DEMO_OFF);
-    ASSERT_TRUE(waitUntil([&] { return !client->replies().empty(); }, "the held reply"));
-    EXPECT_EQ(client->replies()[0], demoStateReply("off"));
-    ASSERT_TRUE(waitUntil([&] { return appRequests().size() >= 4; }, "the stop"));
-    EXPECT_EQ(appRequests(), (Requests{"close " + closeOf(1234), "close " + closeOf(55),
-                                       "launch " + CORE_STOP, "launch " + DEMO_EXIT}));
-    EXPECT_EQ(payloads(systemService, "setPreferences"), Requests{PREF_OFF_WRITE});
-    EXPECT_TRUE(FakeHost::sleeps.empty());
-}
-
 TEST_F(DemoBoot, SecondCallWhileTheFirstIsHeldIsAnsweredUnknown) {
     bootCallHeld();
     BusClient second;

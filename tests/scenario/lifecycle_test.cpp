@@ -39,24 +39,6 @@ TEST_F(Lifecycle, ExitTimerLengthDecidesWhetherLaterShortRearmsCount) {
     }
 }
 
-TEST_F(Lifecycle, StatusTimerRepeatsUntilStopped) {
-    static int fired = 0;
-    fired = 0;
-    auto tick = [](gpointer) -> gboolean {
-        ++fired;
-        return G_SOURCE_CONTINUE;
-    };
-    EXPECT_FALSE(startStatusTimer(getStatusTimer(), nullptr, 2000));
-    EXPECT_TRUE(LogCapture::has(LOG_ALERT, "startStatusTimer: Invalid parameters, return FALSE"));
-    ASSERT_TRUE(startStatusTimer(getStatusTimer(), tick, 20));
-    EXPECT_EQ(getStatusTimer()->interval, 20u);
-    ASSERT_TRUE(waitUntil([] { return fired >= 3; }, "three status ticks"));
-    EXPECT_TRUE(stopStatusTimer(getStatusTimer()));
-    int seen = fired;
-    spinFor(100);
-    EXPECT_EQ(fired, seen);
-}
-
 class RunningService : public BusTest {
   protected:
     void SetUp() override {

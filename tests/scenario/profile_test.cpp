@@ -56,8 +56,6 @@ const ProfileCase PROFILE_CASES[] = {
       {LOG_DEBUG, VERIFY + "Delete list: a;b"}}, nullptr},
     {"NoUserApps", "a", {200, {NO_APPS}}, false,
      {{LOG_DEBUG, PARSE + "Couldn't find 'userApps' element : " + NO_APPS}}, "verifyProfilePackages"},
-    {"NotJson", "a", {200, {"oops"}}, false,
-     {{LOG_ALERT, PARSE + "Malformed reply or invalid reply: oops"}}, "verifyProfilePackages"},
 };
 // clang-format on
 

@@ -66,8 +66,6 @@ const EndCase END_CASES[] = {
     {"ChangedCoreRebootsWhateverTheReason", false, "", {DEMO, {VYX_CORE_APP_ID, "1.0"}},
      {DEMO, {VYX_CORE_APP_ID, "1.1"}},
      "listPkgsCBReconcile: 1 new/changed applications: com.velto.app.vyxcore\t1.1", {"reboot"}, STARTED},
-    // "disableVYX" may take the place of a waiting "startVYX"
-    {"DemoMissingAfterAStartRun", true, "", {{"a"}}, {{"a"}}, MISSING, {}, {"check", "disableVYX"}},
     {"DemoMissingAfterAVerification", false, "", {{"a"}}, {{"a"}}, MISSING, {"power"}, STARTED},
 };
 // clang-format on

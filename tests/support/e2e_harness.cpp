@@ -3,6 +3,7 @@
 #include <glib.h>
 #include <glib/gstdio.h>
 
+#include <algorithm>
 #include <csignal>
 #include <sstream>
 
@@ -12,14 +13,6 @@ namespace {
 
 std::string binary(const std::string &name) {
     return std::string(VYX_BINARY_DIR) + "/" + name;
-}
-
-std::string readText(const std::string &path) {
-    g_autofree char *content = nullptr;
-    gsize length = 0;
-    if (!g_file_get_contents(path.c_str(), &content, &length, nullptr))
-        return "";
-    return std::string(content, length);
 }
 
 } // namespace
@@ -86,7 +79,7 @@ void E2eTest::stop(GSubprocess *&process, int signal, const char *name, bool mus
         g_subprocess_force_exit(process);
     }
     g_subprocess_wait(process, nullptr, nullptr);
-    std::string log = readText(root() + "/" + name + ".log");
+    std::string log = readFile(std::string("/") + name + ".log");
     if (mustExitCleanly &&
         (!g_subprocess_get_if_exited(process) || g_subprocess_get_exit_status(process) != 0))
         ADD_FAILURE() << name << " did not exit cleanly; its output:\n" << log;
@@ -114,23 +107,20 @@ std::string E2eTest::writeScenario(const std::string &name, const std::string &j
     for (int i = 0; i < 200; ++i) {
         if (!g_subprocess_get_identifier(m_sim))
             return ::testing::AssertionFailure() << "vyxsim ended early:\n"
-                                                 << readText(root() + "/vyxsim.log");
+                                                 << readFile("/vyxsim.log");
         std::string reply = call("velto://com.velto.sim/device", "{}", 1000);
-        if (reply.find("\"returnValue\":true") != std::string::npos)
-            return collecting();
+        if (reply.find("\"returnValue\":true") != std::string::npos) {
+            m_watch = std::make_unique<BusClient>();
+            m_watch->send("velto://com.velto.sim/watch",
+                          "{\"subscribe\":true,\"kinds\":[\"call\",\"launch\",\"popup\",\"install\","
+                          "\"preference\",\"activity\",\"display\",\"connectivity\",\"allow1x\","
+                          "\"close\",\"store\",\"fault\"]}");
+            return waitUntil([&] { return !m_watch->replies().empty(); }, "the simulator's watch");
+        }
         spinFor(50);
     }
     return ::testing::AssertionFailure() << "vyxsim did not come up:\n"
-                                         << readText(root() + "/vyxsim.log");
-}
-
-::testing::AssertionResult E2eTest::collecting() {
-    m_watch = std::make_unique<BusClient>();
-    m_watch->send(
-        "velto://com.velto.sim/watch",
-        "{\"subscribe\":true,\"kinds\":[\"call\",\"launch\",\"popup\",\"install\",\"preference\","
-        "\"activity\",\"display\",\"connectivity\",\"allow1x\",\"close\",\"store\",\"fault\"]}");
-    return waitUntil([&] { return !m_watch->replies().empty(); }, "the simulator's watch");
+                                         << readFile("/vyxsim.log");
 }
 
 ::testing::AssertionResult E2eTest::startDaemon(bool settled) {
@@ -216,19 +206,14 @@ std::vector<SimRecord> E2eTest::records(const std::string &kind) const {
 ::testing::AssertionResult
 E2eTest::waitForRecord(const std::string &kind, const std::function<bool(const SimRecord &)> &match,
                        const std::string &what, int timeoutMs) {
-    auto found = [&] {
-        for (const SimRecord &record : records(kind))
-            if (match(record))
-                return true;
-        return false;
-    };
+    auto found = [&] { return std::ranges::any_of(records(kind), match); };
     if (waitUntil(found, what, timeoutMs))
         return ::testing::AssertionSuccess();
     return ::testing::AssertionFailure() << "no " << kind << " record: " << what << "\n" << dump();
 }
 
 std::string E2eTest::daemonLog() const {
-    return readText(root() + "/vyxstaged.log");
+    return readFile("/vyxstaged.log");
 }
 
 std::string E2eTest::dump() const {

@@ -63,7 +63,6 @@ class E2eTest : public BusTest {
     std::string dump() const;
 
   private:
-    ::testing::AssertionResult collecting();
     void stop(GSubprocess *&process, int signal, const char *name, bool mustExitCleanly);
 
     std::unique_ptr<BusClient> m_client;

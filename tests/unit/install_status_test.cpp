@@ -55,6 +55,12 @@ TEST(InstallStatus, OverallPercentWeighsBySizeAndStaysInRangeOnLargeSizes) {
     EXPECT_FALSE(updateInstallProgressTable(std::string(256, 'x').c_str(), INSTALL_DONE, 0));
     EXPECT_FALSE(updateInstallProgressTable("com.acme.empty", INSTALL_DONE, 0));
     EXPECT_TRUE(updateInstallProgressTable("com.acme.more11", INSTALL_DONE, 0));
+    // All but the last byte is all: the bar reaches its end.
+    resetDownloadFileProgress();
+    addToInstallProgressTable("com.acme.big", 999);
+    addToInstallProgressTable("com.acme.byte", 1);
+    updateInstallProgressTable("com.acme.big", INSTALL_DONE, 100);
+    EXPECT_EQ(computeInstallPercent(), 100u);
 }
 
 } // namespace

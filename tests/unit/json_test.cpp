@@ -73,26 +73,6 @@ TEST(JsonParse, CorpusVerdictsMatchTheFilePrefix) {
     EXPECT_GE(counted[1], 180);
 }
 
-// Verdicts the corpus leaves open ("i_") or does not reach, as this parser gives them.
-TEST(JsonParse, AcceptsAndRejects) {
-    struct Case {
-        const char *text;
-        bool accepted;
-    } cases[] = {
-        {"\xEF\xBB\xBF{}", false}, // a byte order mark is not whitespace
-        {"\"\\uD800\"", true},     // escapes are kept as written, so a lone surrogate is just text
-        {"\"\xC0\xAF\"", false},   // overlong
-        {"\"\xE0\x80\xAF\"", false},     // overlong
-        {"\"\xED\xA0\x80\"", false},     // encoded surrogate
-        {"\"\xF4\x90\x80\x80\"", false}, // above U+10FFFF
-        {"\"\xE2\x82\"", false},         // cut short by the closing quote
-        {"\"\xE2\x82", false},           // cut short by the end of the text
-    };
-    for (const auto &c : cases)
-        EXPECT_EQ(jsonParse(c.text) != nullptr, c.accepted) << "text: " << c.text;
-    EXPECT_EQ(json_parse_document(nullptr), nullptr);
-}
-
 // Written back, a parsed tree reads as the document it came from: types, order, duplicate keys,
 // and string, key and number texts exactly as written (escapes unresolved). The simulator and the
 // test harness rely on the writer; the daemon relies on the kept texts.
@@ -102,8 +82,6 @@ TEST(JsonParse, KeepsEveryTextAsWrittenAndWritesItBack) {
         R"({"":[""],"a\/b":["\"quoted\"","\\\\server\\share"],"\b\f\n\r\t":"\u0000 \uD834\uDD1E"})",
         "{\"caf\xC3\xA9\":\"caf\xC3\xA9\"}",
         "[0,-0,42,-1,3.14,1e5,1E+05,-2.5e-10,123456789012345678901234567890,0.000]",
-        "[[[],{}]]",
-        "\"plain\"",
         "-2.5e-10",
     };
     for (const char *document : documents) {
@@ -122,27 +100,13 @@ std::string nested(int depth, char open, char close) {
     return std::string(depth, open) + std::string(depth, close);
 }
 
+// The corpus holds the far-too-deep texts; the bound itself is exact.
 TEST(JsonParse, BoundsNestingDepth) {
     EXPECT_NE(jsonParse(nested(JSON_MAX_DEPTH, '[', ']').c_str()), nullptr);
     EXPECT_EQ(jsonParse(nested(JSON_MAX_DEPTH + 1, '[', ']').c_str()), nullptr);
-
-    std::string objects;
-    for (int i = 0; i < JSON_MAX_DEPTH; i++)
-        objects += "{\"k\":";
-    std::string deepest = objects + "1" + std::string(JSON_MAX_DEPTH, '}');
-    EXPECT_NE(jsonParse(deepest.c_str()), nullptr);
-    std::string tooDeep = objects + "{}" + std::string(JSON_MAX_DEPTH, '}');
-    EXPECT_EQ(jsonParse(tooDeep.c_str()), nullptr);
-
     // Depth is nesting, not the number of containers: closing one gives its level back.
-    std::string wide;
-    for (int i = 0; i < 3 * JSON_MAX_DEPTH; i++)
-        wide += "[],";
-    wide = "[" + wide + "[]]";
-    EXPECT_NE(jsonParse(wide.c_str()), nullptr);
-
-    // Far too deep and closed again may not touch the stack either (left open, the corpus has it).
-    EXPECT_EQ(jsonParse(nested(100000, '[', ']').c_str()), nullptr);
+    EXPECT_NE(jsonParse(("[" + nested(JSON_MAX_DEPTH - 1, '[', ']') + "," +
+                         nested(JSON_MAX_DEPTH - 1, '[', ']') + "]").c_str()), nullptr);
 }
 
 TEST(JsonLookup, FindsMembersByRawKey) {
@@ -156,11 +120,7 @@ TEST(JsonLookup, FindsMembersByRawKey) {
     EXPECT_EQ(flag, root->child); // the first of duplicated keys
     EXPECT_NE(json_find_first_label(root, "a\\/b"), nullptr);
     EXPECT_EQ(json_find_first_label(root, "a/b"), nullptr);
-    EXPECT_NE(json_find_first_label(root, ""), nullptr);
     EXPECT_EQ(json_find_first_label(root, "Flag"), nullptr);
-    EXPECT_EQ(json_find_first_label(root, "missing"), nullptr);
-    EXPECT_EQ(json_find_first_label(root, nullptr), nullptr);
-    EXPECT_EQ(json_find_first_label(nullptr, "flag"), nullptr);
     // Only objects have members: not the label itself, not a string value named like a key.
     EXPECT_EQ(json_find_first_label(flag, "flag"), nullptr);
     JsonTree array = jsonParse(R"(["flag"])");
@@ -168,14 +128,11 @@ TEST(JsonLookup, FindsMembersByRawKey) {
 
     struct Case {
         const char *key;
-        bool isBool;
-        bool boolValue;
+        bool isBool, boolValue;
         const char *string;
-    } cases[] = {
-        {"flag", true, true, nullptr},  {"off", true, false, nullptr},
-        {"name", false, false, "vyx"},  {"n", false, false, nullptr},
-        {"nil", false, false, nullptr}, {"missing", false, false, nullptr},
-    };
+    } cases[] = {{"flag", true, true, nullptr}, {"off", true, false, nullptr},
+                 {"name", false, false, "vyx"}, {"n", false, false, nullptr},
+                 {"nil", false, false, nullptr}, {"missing", false, false, nullptr}};
     for (const auto &c : cases) {
         bool value = !c.boolValue;
         EXPECT_EQ(json_get_bool(root, c.key, &value), c.isBool) << c.key;

@@ -54,7 +54,7 @@ TEST(Lists, StrAppendJoinsWithSeparator) {
 }
 
 TEST(Lists, FindInStringArrayIsBoundedByCount) {
-    g_auto(GStrv) array = g_strsplit("com.a;com.b;com.a;com.c", ";", -1);
+    g_auto(GStrv) array = g_strsplit("com.a;com.b;com.a;com.c;", ";", -1);
     struct Case {
         int count;
         const char *string;
@@ -63,7 +63,8 @@ TEST(Lists, FindInStringArrayIsBoundedByCount) {
         {4, "com.a", 0},                    // the first of two
         {4, "com.c", 3},  {3, "com.c", -1}, // beyond the owner's count
         {4, "COM.A", -1},                   // case-sensitive
-        {4, "com", -1},   {4, "", -1},      {4, nullptr, -1},
+        {4, "com", -1},   {4, nullptr, -1},
+        {5, "", -1},                        // an empty name is never found, not even an empty entry
         {0, "com.a", -1}, {9, "com.x", -1}, // an overstated count must not read past the terminator
     };
     for (const auto &c : cases)
