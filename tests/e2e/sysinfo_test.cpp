@@ -2,6 +2,7 @@
 // from the services the scenario plays.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "support/e2e_harness.h"
@@ -10,15 +11,7 @@ namespace {
 
 const char DOWNLOAD_APP_INFO[] = "velto://com.velto.vyxService/downloadAppInfo";
 
-class SysInfoE2e : public E2eTest {
-  protected:
-    int callsTo(const std::string &method) {
-        int count = 0;
-        for (const SimRecord &record : records("call"))
-            count += record.text("method") == method;
-        return count;
-    }
-};
+class SysInfoE2e : public E2eTest {};
 
 TEST_F(SysInfoE2e, DownloadAppInfoAnswersWithTheScenarioDetails) {
     ASSERT_TRUE(startSim(shippedScenario("fresh-device.json")));
@@ -55,7 +48,10 @@ TEST_F(AccountServiceAbsent, RequestIsHeldAndTheDaemonStaysUp) {
     spinFor(12000);
     EXPECT_TRUE(m_app->replies().empty()) << m_app->replies()[0];
     EXPECT_EQ(waitForDaemonExit(0), -1);
-    EXPECT_EQ(callsTo("getDeviceId"), 1) << dump();
+    EXPECT_EQ(std::ranges::count_if(records("call"),
+                                    [](auto &r) { return r.text("method") == "getDeviceId"; }),
+              1)
+        << dump();
 }
 
 // Waits out the five-minute idle time that a held request arms.

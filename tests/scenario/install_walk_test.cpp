@@ -85,11 +85,6 @@ class InstallWalk : public ProvisionScenario {
         startRun(false);
     }
 
-    Lines storeQueries() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return queried;
-    }
-
     std::map<std::string, std::string> offered; // id and the version the store offers
     std::deque<std::string> statuses;           // the last one repeats
     Lines installs;
@@ -121,7 +116,7 @@ TEST_P(Walk, QueriesInstallsRemovesAndEnds) {
         << LogCapture::dump();
     ASSERT_TRUE(waitUntil([&] { return runEnded(); }, "the demonstration's start"));
     spinFor(100);
-    EXPECT_EQ(storeQueries(), c.queried);
+    EXPECT_EQ((std::lock_guard<std::mutex>(mutex), queried), c.queried);
     EXPECT_EQ(installs, c.installs);
     EXPECT_EQ(payloads(installService, "remove"), c.removes);
     bool serviceData =

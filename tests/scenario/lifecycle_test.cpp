@@ -51,12 +51,6 @@ class RunningService : public BusTest {
         serviceFinish();
         BusTest::TearDown();
     }
-    // A "demoState" call held because the preference read is never answered.
-    void holdDemoState(BusClient &client) {
-        ASSERT_TRUE(client.send("velto://com.velto.vyxService/demoState", "{}"));
-        ASSERT_TRUE(waitUntil([] { return LogCapture::contains("Demo status unknown"); },
-                              "the call to be held"));
-    }
     FakeService prefs{"com.velto.systemservice"};
 };
 
@@ -108,7 +102,9 @@ TEST_F(RunningService, RepeatFlagPostponesTheFirstExpiryOnly) {
 
 TEST_F(RunningService, SigintEndsTheProcessWithoutAnsweringHeldCalls) {
     BusClient client;
-    holdDemoState(client);
+    // A "demoState" call held because the preference read is never answered.
+    ASSERT_TRUE(client.send("velto://com.velto.vyxService/demoState", "{}"));
+    ASSERT_TRUE(waitUntil([] { return LogCapture::contains("Demo status unknown"); }, "held"));
     sigproc(2);
     EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "sigproc: Ending vyxService on signal: 2"));
     EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "sigproc: Ending vyxService in sigproc #2"));

@@ -44,15 +44,11 @@ class ProvisionScenario : public CoreScenario {
         installService.reply("/", "install", core::OK).reply("/", "remove", core::OK);
     }
 
-    // The daemon with its system information gathered, the demo off.
-    void startGathered() {
+    // A run as the service core starts one, its system information gathered and the demo off:
+    // for the demo's start, or to verify packages.
+    void startRun(bool forTheDemo) {
         startWithDemo(core::DEMO_OFF);
         ASSERT_NE(call("downloadAppInfo", "{}").find("\"details\""), std::string::npos);
-    }
-
-    // A run as the service core starts one: for the demo's start, or to verify packages.
-    void startRun(bool forTheDemo) {
-        startGathered();
         setDownloadReason(forTheDemo);
         initiateFileDownload();
     }
