@@ -52,7 +52,6 @@ const Row rows[] = {
     {"StoreMalformed", "store-malformed.json", SwitchOn, "profile app.vyxcore app.vyxcore", "", "",
      STORE_FAILED},
     {"StoreTruncated", "store-truncated.json", SwitchOn, "profile", "", "", STORE_FAILED},
-    {"StoreOneByteChunks", "store-chunked.json", SwitchOn, ALL_OF_THEM, "", PROVISIONED},
     {"StoreSlowerThanAPoll", "store-slow.json", SwitchOn, ALL_OF_THEM, "", PROVISIONED, true,
      nullptr, 8000},
     {"NoConnectionFor60s", "no-connection.json", SwitchOn, "", "", "",
