@@ -26,7 +26,8 @@ class ServiceCore : public E2eTest {
     }
     ::testing::AssertionResult launched(const char *id, const char *action) {
         return waitForRecord(
-            "launch", [&](const SimRecord &r) { return r.text("id") == id && r.text("action") == action; },
+            "launch",
+            [&](const SimRecord &r) { return r.text("id") == id && r.text("action") == action; },
             std::string(id) + " launched with " + action);
     }
     ::testing::AssertionResult preferenceWritten(const char *value) {

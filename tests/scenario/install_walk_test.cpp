@@ -102,6 +102,7 @@ struct WalkCase {
     std::deque<std::string> statuses;
     Lines queried, installs, removes;
     std::string end;
+    bool endInstall; // the pop-up that says all went in was asked for
     friend void PrintTo(const WalkCase &c, std::ostream *os) { *os << c.name; }
 };
 
@@ -119,6 +120,8 @@ TEST_P(Walk, QueriesInstallsRemovesAndEnds) {
     EXPECT_EQ((std::lock_guard<std::mutex>(mutex), queried), c.queried);
     EXPECT_EQ(installs, c.installs);
     EXPECT_EQ(payloads(installService, "remove"), c.removes);
+    EXPECT_EQ(LogCapture::contains("'endInstall'") || LogCapture::contains(R"("endInstall")"),
+              c.endInstall);
     bool serviceData =
         std::find(installs.begin(), installs.end(), "com.velto.vyx") != installs.end();
     EXPECT_EQ(fileExists(ROLE_DIR_PRIVATE ROLE_FILE_NAME), serviceData);
@@ -135,11 +138,13 @@ const WalkCase WALK_CASES[] = {
      {listStatus({{{"a", "ipk download current", "50"}}, {{"b", "ipk download current", "20"}}}),
       listStatus({{{"a", "installed", ""}}, {{"b", "installed", ""}}})},
      {"a@0", "b@1", "com.velto.app.vyx@2", "com.velto.vyx.v001@2"}, {"a", "b"}, {},
-     FROM + "0 from installStatusCB"},
+     FROM + "0 from installStatusCB", true},
+    {"AFailedInstallIsNoEnd", "INSTALL=a\n", {}, {{"a", "1.0"}}, {listStatus({{{"a", "failed", "0"}}})},
+     {"a@0", "com.velto.app.vyx@1", "com.velto.vyx.v001@1"}, {"a"}, {}, FROM + "0 from installStatusCB", false},
     {"ServiceDataBlankDeletesAndAnEmptyStatusList", "INSTALL=com.velto.vyx\nPURGELIST= p1 ; ;p2\n",
      {}, {{"com.velto.vyx", "1.3"}}, {R"({"status":{"apps":[]}})"},
      {"com.velto.vyx@0", "com.velto.app.vyx@1", "com.velto.vyx.v001@1"}, {"com.velto.vyx"},
-     {R"({"id":"p1"})", R"({"id":"p2"})"}, FROM + "0 from installStatusCB"},
+     {R"({"id":"p1"})", R"({"id":"p2"})"}, FROM + "0 from installStatusCB", false},
 };
 // clang-format on
 

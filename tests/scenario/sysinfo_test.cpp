@@ -79,7 +79,10 @@ TEST_F(SysInfo, OneRequestGathersAllFiveItemsAndLaterRequestsAreAnsweredAtOnce) 
     EXPECT_STREQ(video, "unchanged");
     EXPECT_EQ(call("downloadAppInfo", "{}"), DETAILS_OK);
     // Each service hears on its own connection, so only the set of calls is comparable.
-    std::vector<std::string> uris = FakeService::allUris();
+    std::vector<std::string> uris;
+    for (const RecordedCall &c : FakeService::all())
+        uris.push_back("velto://" + c.service + (c.category == "/" ? "" : c.category) + "/" +
+                       c.method);
     std::sort(uris.begin(), uris.end());
     EXPECT_EQ(uris, (std::vector<std::string>{
                         "velto://com.velto.accountservices/getAccountToken",

@@ -111,16 +111,16 @@ std::string E2eTest::writeScenario(const std::string &name, const std::string &j
         std::string reply = call("velto://com.velto.sim/device", "{}", 1000);
         if (reply.find("\"returnValue\":true") != std::string::npos) {
             m_watch = std::make_unique<BusClient>();
-            m_watch->send("velto://com.velto.sim/watch",
-                          "{\"subscribe\":true,\"kinds\":[\"call\",\"launch\",\"popup\",\"install\","
-                          "\"preference\",\"activity\",\"display\",\"connectivity\",\"allow1x\","
-                          "\"close\",\"store\",\"fault\"]}");
+            m_watch->send(
+                "velto://com.velto.sim/watch",
+                "{\"subscribe\":true,\"kinds\":[\"call\",\"launch\",\"popup\",\"install\","
+                "\"preference\",\"activity\",\"display\",\"connectivity\",\"allow1x\","
+                "\"close\",\"store\",\"fault\"]}");
             return waitUntil([&] { return !m_watch->replies().empty(); }, "the simulator's watch");
         }
         spinFor(50);
     }
-    return ::testing::AssertionFailure() << "vyxsim did not come up:\n"
-                                         << readFile("/vyxsim.log");
+    return ::testing::AssertionFailure() << "vyxsim did not come up:\n" << readFile("/vyxsim.log");
 }
 
 ::testing::AssertionResult E2eTest::startDaemon(bool settled) {

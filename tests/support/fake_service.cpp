@@ -9,20 +9,9 @@ static std::map<BusHandle *, FakeService *> &registry() {
     return fakes;
 }
 
-std::string RecordedCall::uri() const {
-    return "velto://" + service + (category == "/" ? "" : category) + "/" + method;
-}
-
 std::vector<RecordedCall> &FakeService::all() {
     static std::vector<RecordedCall> calls;
     return calls;
-}
-
-std::vector<std::string> FakeService::allUris() {
-    std::vector<std::string> uris;
-    for (const RecordedCall &call : all())
-        uris.push_back(call.uri());
-    return uris;
 }
 
 FakeService::FakeService(std::string name) : m_name(std::move(name)) {}

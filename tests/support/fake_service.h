@@ -14,7 +14,6 @@ struct RecordedCall {
     std::string category;
     std::string method;
     std::string payload;
-    std::string uri() const; // velto://service[/category]/method
 };
 
 class FakeService {
@@ -43,7 +42,6 @@ class FakeService {
 
     // Every call received by any fake, in arrival order.
     static std::vector<RecordedCall> &all();
-    static std::vector<std::string> allUris();
 
   private:
     static bool dispatch(BusHandle *handle, BusMessage *message, void *context);

@@ -105,8 +105,8 @@ TEST(JsonParse, BoundsNestingDepth) {
     EXPECT_NE(jsonParse(nested(JSON_MAX_DEPTH, '[', ']').c_str()), nullptr);
     EXPECT_EQ(jsonParse(nested(JSON_MAX_DEPTH + 1, '[', ']').c_str()), nullptr);
     // Depth is nesting, not the number of containers: closing one gives its level back.
-    EXPECT_NE(jsonParse(("[" + nested(JSON_MAX_DEPTH - 1, '[', ']') + "," +
-                         nested(JSON_MAX_DEPTH - 1, '[', ']') + "]").c_str()), nullptr);
+    std::string deepest = nested(JSON_MAX_DEPTH - 1, '[', ']');
+    EXPECT_NE(jsonParse(("[" + deepest + "," + deepest + "]").c_str()), nullptr);
 }
 
 TEST(JsonLookup, FindsMembersByRawKey) {
@@ -130,8 +130,8 @@ TEST(JsonLookup, FindsMembersByRawKey) {
         const char *key;
         bool isBool, boolValue;
         const char *string;
-    } cases[] = {{"flag", true, true, nullptr}, {"off", true, false, nullptr},
-                 {"name", false, false, "vyx"}, {"n", false, false, nullptr},
+    } cases[] = {{"flag", true, true, nullptr},  {"off", true, false, nullptr},
+                 {"name", false, false, "vyx"},  {"n", false, false, nullptr},
                  {"nil", false, false, nullptr}, {"missing", false, false, nullptr}};
     for (const auto &c : cases) {
         bool value = !c.boolValue;
