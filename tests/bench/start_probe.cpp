@@ -109,6 +109,9 @@ int main(int argc, char **argv) {
     gint64 started = g_get_monotonic_time();
     pid_t pid = fork();
     if (pid == 0) {
+        // A script run in the background hands its children SIGINT ignored, and an ignored
+        // signal stays ignored across exec: the floor would never end.
+        signal(SIGINT, SIG_DFL);
         execvp(argv[optind + 1], argv + optind + 1);
         _exit(127);
     }
