@@ -5,7 +5,6 @@
 #include <string.h>
 
 #include "common/files.h"
-#include "platform/json.h"
 #include "platform/log.h"
 #include "platform/paths.h"
 #include "provision/config.h"
@@ -34,26 +33,17 @@ std::string jsonQuoted(const char *text) {
 
 std::vector<std::string> runHistoryLoad() {
     std::string path = vyxPath(RUN_HISTORY_FILE);
-    std::vector<std::string> records;
-    g_autofree char *text = nullptr;
-    if (!g_file_get_contents(path.c_str(), &text, nullptr, nullptr))
-        return records;
-    JsonTree root = jsonParse(text);
-    const JsonNode *runs =
-        root && root->type == JSON_OBJECT ? json_find_first_label(root.get(), "runs") : nullptr;
-    if (!runs || !runs->child || runs->child->type != JSON_ARRAY) {
+    std::optional<std::vector<std::string>> records = runHistoryRead(path);
+    if (!records) {
         // Said once: every runStatus between runs reads the file again.
         static bool s_reported = false;
         if (!s_reported)
             vyxLog(LOG_ALERT, "%s: Damaged run history, starting afresh: %s", "runHistoryLoad",
                    path.c_str());
         s_reported = true;
-        return records;
+        return {};
     }
-    for (const JsonNode *run = runs->child->child; run; run = run->next)
-        if (run->type == JSON_OBJECT)
-            records.push_back(json_write(run));
-    return records;
+    return *records;
 }
 
 bool runHistoryAppend(const std::string &record) {

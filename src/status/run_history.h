@@ -5,7 +5,8 @@
 #include <string>
 #include <vector>
 
-#define RUN_HISTORY_FILE "/var/usr/velto/vyxstaged-runs.json"
+#include "status/run_history_read.h"
+
 constexpr size_t RUN_HISTORY_MAX = 20;
 
 // The records, oldest first. A missing file is empty; so is a damaged one, with one log line.

@@ -14,7 +14,7 @@
 
 #include "platform/json.h"
 #include "platform/paths.h"
-#include "status/run_history.h"
+#include "status/run_history_read.h"
 
 namespace {
 
@@ -134,17 +134,7 @@ void printHistory(const std::vector<std::string> &runs) {
 }
 
 std::vector<std::string> historyFile() {
-    std::string path = vyxPath(RUN_HISTORY_FILE);
-    std::vector<std::string> runs;
-    g_autofree char *content = nullptr;
-    if (!g_file_get_contents(path.c_str(), &content, nullptr, nullptr))
-        return runs;
-    JsonTree root = jsonParse(content);
-    const JsonNode *list = member(root.get(), "runs");
-    for (const JsonNode *run = list && list->type == JSON_ARRAY ? list->child : nullptr; run;
-         run = run->next)
-        runs.push_back(json_write(run));
-    return runs;
+    return runHistoryRead(vyxPath(RUN_HISTORY_FILE)).value_or(std::vector<std::string>{});
 }
 
 std::string demoMode(GDBusConnection *bus, bool daemonRunning) {
