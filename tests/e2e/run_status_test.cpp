@@ -32,8 +32,7 @@ TEST_F(RunStatus, HistoryOutlivesKillAndIdleExitAndARunIsFollowedLive) {
               R"({"returnValue":false, "errorCode":-1, "errorText":"Invalid parameters"})");
 
     EXPECT_EQ(call("velto://com.velto.vyxService/verifyPackages"), R"({"returnValue":true})");
-    ASSERT_TRUE(waitForRecord(
-        "install", [](const SimRecord &) { return true; }, "an install"));
+    ASSERT_TRUE(waitUntil([&] { return !records("install").empty(); }, "an install", 10000));
     EXPECT_NE(call(RUN_STATUS).find(R"("running":true,"run":{"started":)"), std::string::npos);
     signalDaemon(SIGKILL);
     waitForDaemonExit(5000);

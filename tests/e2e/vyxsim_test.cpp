@@ -1,9 +1,6 @@
 // The simulator on its own, so a failing daemon test points at the daemon, not at what it plays.
 #include <gmock/gmock.h>
 
-#include <glib.h>
-
-#include "platform/json.h"
 #include "support/e2e_harness.h"
 
 namespace {

@@ -1,6 +1,6 @@
 # Installs into a scratch DESTDIR (kept for the other install tests) and checks that every file
 # lands where the configured install directories say, and nothing else is installed.
-set -euo pipefail
+. "$(dirname "$0")/lib.sh"
 rm -rf "$VYX_DESTDIR"
 DESTDIR="$VYX_DESTDIR" cmake --install "$VYX_BUILD_DIR" >/dev/null
 
@@ -9,29 +9,25 @@ pages=("$VYX_MANDIR/man8/vyxstaged.8" "$VYX_MANDIR/man1/vyxctl.1" "$VYX_MANDIR/m
 expected=$(printf '%s\n' "$VYX_DAEMON" "$VYX_BINDIR/vyxctl" "$VYX_BINDIR/vyxsim" "$VYX_UNIT" \
     "$VYX_TMPFILES" "$VYX_POLICY" "$VYX_ACTIVATION" "$page" "${pages[@]}" | sort)
 installed=$(cd "$VYX_DESTDIR" && find . ! -type d | sed 's/^\.//' | sort)
-if [ "$installed" != "$expected" ]; then
-    diff <(echo "$expected") <(echo "$installed") >&2 || true
-    echo "FAIL: installed files differ from the expected list (< expected, > installed)" >&2
-    exit 1
-fi
+[ "$installed" = "$expected" ] || fail "installed files differ from the expected list" \
+    "(< expected, > installed):" $'\n'"$(diff <(echo "$expected") <(echo "$installed"))"
 for program in "$VYX_DAEMON" "$VYX_BINDIR/vyxctl" "$VYX_BINDIR/vyxsim"; do
-    [ -x "$VYX_DESTDIR$program" ] || { echo "FAIL: $program is not executable" >&2; exit 1; }
+    [ -x "$VYX_DESTDIR$program" ] || fail "$program is not executable"
     version=$("$VYX_DESTDIR$program" --version) &&
-        [ "$version" = "${program##*/} $VYX_VERSION" ] || { echo "FAIL: $program --version: $version" >&2; exit 1; }
+        [ "$version" = "${program##*/} $VYX_VERSION" ] || fail "$program --version: $version"
 done
 # The pages render without a warning and name what they describe, so whatis and apropos find it.
 for man_page in "${pages[@]}"; do
     warnings=$(man --warnings -l "$VYX_DESTDIR$man_page" 2>&1 >/dev/null)
-    [ -z "$warnings" ] || { echo "FAIL: $man_page: $warnings" >&2; exit 1; }
-    lexgrog "$VYX_DESTDIR$man_page" >/dev/null || { echo "FAIL: $man_page has no NAME line" >&2; exit 1; }
+    [ -z "$warnings" ] || fail "$man_page: $warnings"
+    lexgrog "$VYX_DESTDIR$man_page" >/dev/null || fail "$man_page has no NAME line"
 done
-grep -qx "ExecStart=$VYX_DAEMON" "$VYX_DESTDIR$VYX_UNIT" || { echo "FAIL: ExecStart" >&2; exit 1; }
-grep -qx "Exec=$VYX_DAEMON" "$VYX_DESTDIR$VYX_ACTIVATION" || { echo "FAIL: Exec" >&2; exit 1; }
+grep -qx "ExecStart=$VYX_DAEMON" "$VYX_DESTDIR$VYX_UNIT" || fail "ExecStart"
+grep -qx "Exec=$VYX_DAEMON" "$VYX_DESTDIR$VYX_ACTIVATION" || fail "Exec"
 
 # The simulator is a component of its own, so a device image can leave it out.
-DESTDIR="$VYX_DESTDIR.sim" cmake --install "$VYX_BUILD_DIR" --component simulator >/dev/null
-simulator=$(cd "$VYX_DESTDIR.sim" && find . ! -type d | sed 's/^\.//' | sort)
-rm -rf "$VYX_DESTDIR.sim"
+DESTDIR="$scratch/sim" cmake --install "$VYX_BUILD_DIR" --component simulator >/dev/null
+simulator=$(cd "$scratch/sim" && find . ! -type d | sed 's/^\.//' | sort)
 [ "$simulator" = "$(printf '%s\n' "$VYX_BINDIR/vyxsim" "$page" "$VYX_MANDIR/man1/vyxsim.1" | sort)" ] ||
-    { echo "FAIL: simulator component: $simulator" >&2; exit 1; }
+    fail "simulator component: $simulator"
 echo "installed as expected"

@@ -47,11 +47,8 @@ bus() {
 has_owner() {
     bus NameHasOwner com.velto.vyxService | grep -q true
 }
-no_owner() {
-    ! has_owner
-}
-gone() {
-    ! kill -0 "$1" 2>/dev/null
+not() {
+    ! "$@"
 }
 as_nobody() {
     setpriv --reuid=nobody --regid=nogroup --clear-groups -- "$@"

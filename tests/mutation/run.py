@@ -11,9 +11,8 @@ import os, subprocess, sys
 
 here = os.path.dirname(os.path.abspath(__file__))
 tree = os.path.dirname(os.path.dirname(here))
-args = sys.argv[1:]
-ctest = args[args.index('--') + 1:] if '--' in args else []
-args = args[:args.index('--')] if '--' in args else args
+cut = sys.argv.index('--') if '--' in sys.argv else len(sys.argv)
+args, ctest = sys.argv[1:cut], sys.argv[cut + 1:]
 build, out = args[0], args[1]
 only = set(args[args.index('--only') + 1:]) if '--only' in args else None
 

@@ -3,8 +3,8 @@
 #include <glib.h>
 #include <glib/gstdio.h>
 
-#include <algorithm>
 #include <csignal>
+#include <functional>
 #include <sstream>
 
 #include "platform/json.h"
@@ -13,6 +13,20 @@ namespace {
 
 std::string binary(const std::string &name) {
     return std::string(VYX_BINARY_DIR) + "/" + name;
+}
+
+bool running(GSubprocess *process) {
+    return process && g_subprocess_get_identifier(process);
+}
+
+// A child's end wakes no main loop, so the wait looks every 50 ms.
+bool poll(const std::function<bool()> &done, int timeoutMs) {
+    for (int waited = 0; !done(); waited += 50) {
+        if (waited >= timeoutMs)
+            return false;
+        spinFor(50);
+    }
+    return true;
 }
 
 } // namespace
@@ -70,11 +84,9 @@ void E2eTest::TearDown() {
 void E2eTest::stop(GSubprocess *&process, int signal, const char *name, bool mustExitCleanly) {
     if (!process)
         return;
-    if (g_subprocess_get_identifier(process))
+    if (running(process))
         g_subprocess_send_signal(process, signal);
-    for (int i = 0; i < 100 && g_subprocess_get_identifier(process); ++i)
-        spinFor(50);
-    if (g_subprocess_get_identifier(process)) {
+    if (!poll([&] { return !running(process); }, 5000)) {
         ADD_FAILURE() << name << " did not end within 5 s of signal " << signal;
         g_subprocess_force_exit(process);
     }
@@ -93,86 +105,64 @@ std::string E2eTest::writeScenario(const std::string &name, const std::string &j
     return rooted("/scenarios/" + name);
 }
 
-::testing::AssertionResult E2eTest::startSim(const std::string &scenarioPath) {
+::testing::AssertionResult E2eTest::launch(GSubprocess *&process, const std::string &name,
+                                           std::vector<std::string> args, const std::string &uri,
+                                           const char *answer) {
+    if (process && !running(process)) // a start after an end
+        g_clear_object(&process);
     g_autoptr(GSubprocessLauncher) launcher =
         g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDERR_MERGE);
-    g_subprocess_launcher_set_stdout_file_path(launcher, (root() + "/vyxsim.log").c_str());
-    std::string log = root() + "/vyxsim-calls.log";
+    g_subprocess_launcher_set_stdout_file_path(launcher, (root() + "/" + name + ".log").c_str());
+    args.insert(args.begin(), binary(name));
+    std::vector<const char *> argv;
+    for (const std::string &arg : args)
+        argv.push_back(arg.c_str());
+    argv.push_back(nullptr);
     g_autoptr(GError) error = nullptr;
-    m_sim = g_subprocess_launcher_spawn(launcher, &error, binary("vyxsim").c_str(), "--log",
-                                        log.c_str(), scenarioPath.c_str(), nullptr);
-    if (!m_sim)
-        return ::testing::AssertionFailure() << "cannot start vyxsim: " << error->message;
-    // Up when its control interface answers; the bus layer answers for it until then.
-    for (int i = 0; i < 200; ++i) {
-        if (!g_subprocess_get_identifier(m_sim))
-            return ::testing::AssertionFailure() << "vyxsim ended early:\n"
-                                                 << readFile("/vyxsim.log");
-        std::string reply = call("velto://com.velto.sim/device", "{}", 1000);
-        if (reply.find("\"returnValue\":true") != std::string::npos) {
-            m_watch = std::make_unique<BusClient>();
-            m_watch->send(
-                "velto://com.velto.sim/watch",
-                "{\"subscribe\":true,\"kinds\":[\"call\",\"launch\",\"popup\",\"install\","
-                "\"preference\",\"activity\",\"display\",\"connectivity\",\"allow1x\","
-                "\"close\",\"store\",\"fault\"]}");
-            return waitUntil([&] { return !m_watch->replies().empty(); }, "the simulator's watch");
-        }
-        spinFor(50);
-    }
-    return ::testing::AssertionFailure() << "vyxsim did not come up:\n" << readFile("/vyxsim.log");
+    process = g_subprocess_launcher_spawnv(launcher, argv.data(), &error);
+    if (!process)
+        return ::testing::AssertionFailure() << "cannot start " << name << ": " << error->message;
+    std::string reply;
+    auto up = [&] {
+        reply = call(uri);
+        return !running(process) || reply.find(answer) != std::string::npos;
+    };
+    if (poll(up, 10000) && running(process))
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << name << " did not come up: " << reply << "\n"
+                                         << readFile("/" + name + ".log");
 }
 
+::testing::AssertionResult E2eTest::startSim(const std::string &scenarioPath) {
+    if (auto up = launch(m_sim, "vyxsim", {"--log", root() + "/vyxsim-calls.log", scenarioPath},
+                         "velto://com.velto.sim/device", "\"returnValue\":true");
+        !up)
+        return up;
+    m_watch = std::make_unique<BusClient>();
+    m_watch->send("velto://com.velto.sim/watch",
+                  "{\"subscribe\":true,\"kinds\":[\"call\",\"launch\",\"popup\",\"install\","
+                  "\"preference\",\"activity\",\"display\",\"connectivity\",\"allow1x\","
+                  "\"close\",\"store\",\"fault\"]}");
+    return waitUntil([&] { return !m_watch->replies().empty(); }, "the simulator's watch");
+}
+
+// "runStatus" is answered at once, "demoState" only once the demo preference has been read.
 ::testing::AssertionResult E2eTest::startDaemon(bool settled) {
-    if (m_daemon && !g_subprocess_get_identifier(m_daemon)) // a start after an end
-        g_clear_object(&m_daemon);
-    g_autoptr(GSubprocessLauncher) launcher =
-        g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDERR_MERGE);
-    g_subprocess_launcher_set_stdout_file_path(launcher, (root() + "/vyxstaged.log").c_str());
-    g_autoptr(GError) error = nullptr;
-    m_daemon = g_subprocess_launcher_spawn(launcher, &error, binary("vyxstaged").c_str(), nullptr);
-    if (!m_daemon)
-        return ::testing::AssertionFailure() << "cannot start vyxstaged: " << error->message;
-    g_autoptr(GDBusConnection) bus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &error);
-    if (!bus)
-        return ::testing::AssertionFailure() << "no session bus: " << error->message;
-    for (int i = 0; i < 200; ++i) {
-        if (!g_subprocess_get_identifier(m_daemon))
-            return ::testing::AssertionFailure() << "vyxstaged ended early:\n" << daemonLog();
-        g_autoptr(GVariant) owned = g_dbus_connection_call_sync(
-            bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-            "NameHasOwner", g_variant_new("(s)", "com.velto.vyxService"), G_VARIANT_TYPE("(b)"),
-            G_DBUS_CALL_FLAGS_NONE, 1000, nullptr, nullptr);
-        gboolean has = FALSE;
-        if (owned)
-            g_variant_get(owned, "(b)", &has);
-        if (has) {
-            if (!settled)
-                return ::testing::AssertionSuccess();
-            std::string state = call("velto://com.velto.vyxService/demoState", "{}");
-            if (state.find("\"state\":\"on\"") != std::string::npos ||
-                state.find("\"state\":\"off\"") != std::string::npos)
-                return ::testing::AssertionSuccess();
-            return ::testing::AssertionFailure() << "demo state did not settle: " << state << "\n"
-                                                 << dump();
-        }
-        spinFor(50);
-    }
-    return ::testing::AssertionFailure() << "vyxstaged did not register:\n" << daemonLog();
+    return launch(m_daemon, "vyxstaged", {},
+                  std::string("velto://com.velto.vyxService/") +
+                      (settled ? "demoState" : "runStatus"),
+                  settled ? "\"state\":\"o" : "\"running\":");
 }
 
 int E2eTest::waitForDaemonExit(int timeoutMs) {
-    for (int waited = 0; m_daemon && g_subprocess_get_identifier(m_daemon) && waited < timeoutMs;
-         waited += 50)
-        spinFor(50);
-    if (!m_daemon || g_subprocess_get_identifier(m_daemon))
+    if (!m_daemon || !poll([&] { return !running(m_daemon); }, timeoutMs))
         return -1;
     g_subprocess_wait(m_daemon, nullptr, nullptr);
     return g_subprocess_get_if_exited(m_daemon) ? g_subprocess_get_exit_status(m_daemon) : -1;
 }
 
 void E2eTest::signalDaemon(int signal) {
-    if (m_daemon && g_subprocess_get_identifier(m_daemon))
+    if (running(m_daemon))
         g_subprocess_send_signal(m_daemon, signal);
 }
 
@@ -185,31 +175,15 @@ std::string E2eTest::sim(const std::string &method, const std::string &payload) 
 }
 
 std::vector<SimRecord> E2eTest::records(const std::string &kind) const {
-    if (m_watch) {
-        const auto &replies = m_watch->replies();
-        for (; m_parsed < replies.size(); ++m_parsed) {
-            SimRecord record;
-            record.json = replies[m_parsed];
-            record.kind = record.text("kind");
-            record.seq = atol(record.text("seq").c_str());
-            if (!record.kind.empty())
-                m_records.push_back(record);
-        }
-    }
     std::vector<SimRecord> out;
-    for (const SimRecord &record : m_records)
-        if (kind.empty() || record.kind == kind)
+    for (const std::string &json : m_watch ? m_watch->replies() : std::vector<std::string>()) {
+        SimRecord record{"", 0, json};
+        record.kind = record.text("kind");
+        record.seq = atol(record.text("seq").c_str());
+        if (!record.kind.empty() && (kind.empty() || record.kind == kind))
             out.push_back(record);
+    }
     return out;
-}
-
-::testing::AssertionResult
-E2eTest::waitForRecord(const std::string &kind, const std::function<bool(const SimRecord &)> &match,
-                       const std::string &what, int timeoutMs) {
-    auto found = [&] { return std::ranges::any_of(records(kind), match); };
-    if (waitUntil(found, what, timeoutMs))
-        return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << "no " << kind << " record: " << what << "\n" << dump();
 }
 
 std::string E2eTest::daemonLog() const {

@@ -2,7 +2,6 @@
 // vyxstaged binary; the test reads what the simulator recorded as it happens.
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -40,8 +39,8 @@ class E2eTest : public BusTest {
     // Writes a scenario below the root; "extends" may name a shipped scenario by its path.
     std::string writeScenario(const std::string &name, const std::string &json);
     ::testing::AssertionResult startSim(const std::string &scenarioPath);
-    // Up once it owns its name; `settled` also waits until it has read the demo preference (a
-    // "demoState" call is answered once it has), so a test's first call can't race that read.
+    // Up once it answers; `settled` also waits until it has read the demo preference, so a
+    // test's first call can't race that read.
     ::testing::AssertionResult startDaemon(bool settled = true);
     // The daemon's exit status once it ended by itself; -1 while it runs or when it was killed.
     int waitForDaemonExit(int timeoutMs);
@@ -55,20 +54,20 @@ class E2eTest : public BusTest {
 
     // Records received so far, of one kind or all.
     std::vector<SimRecord> records(const std::string &kind = "") const;
-    ::testing::AssertionResult waitForRecord(const std::string &kind,
-                                             const std::function<bool(const SimRecord &)> &match,
-                                             const std::string &what, int timeoutMs = 10000);
     // The daemon's log (its lines are mirrored to stderr on a host).
     std::string daemonLog() const;
     std::string dump() const;
 
   private:
+    // Starts a built program, its output in NAME.log below the root, and waits until a call to
+    // `uri` is answered by the program, `answer` in its reply, rather than by the bus for it.
+    ::testing::AssertionResult launch(GSubprocess *&process, const std::string &name,
+                                      std::vector<std::string> args, const std::string &uri,
+                                      const char *answer);
     void stop(GSubprocess *&process, int signal, const char *name, bool mustExitCleanly);
 
     std::unique_ptr<BusClient> m_client;
     std::unique_ptr<BusClient> m_watch;
     GSubprocess *m_sim = nullptr;
     GSubprocess *m_daemon = nullptr;
-    mutable size_t m_parsed = 0;
-    mutable std::vector<SimRecord> m_records;
 };
