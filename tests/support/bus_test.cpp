@@ -9,19 +9,12 @@
 #include "platform/host.h"
 #include "platform/log.h"
 
-// ---------------------------------------------------------------------------------------------
-// Log capture
-
 static std::vector<LogLine> s_lines;
 
 static void captureLine(int priority, const char *line, void *) {
     s_lines.push_back({priority, line});
 }
 
-void LogCapture::install() {
-    setenv("VYXSTAGED_LOG_LEVEL", "debug", 1); // whatever the shell running the tests asks
-    vyxLogSetSink(captureLine, nullptr);
-}
 void LogCapture::clear() {
     s_lines.clear();
 }
@@ -53,33 +46,23 @@ std::string LogCapture::dump() {
     return out.str();
 }
 
-// ---------------------------------------------------------------------------------------------
-// Fake host
-
 int64_t FakeHost::now = 1700000000;
 std::vector<unsigned> FakeHost::sleeps;
 int FakeHost::exits = 0;
 int FakeHost::lastExitStatus = -1;
 
-static int64_t fakeNow() {
-    return FakeHost::now;
-}
-static void fakeSleep(unsigned seconds) {
-    FakeHost::sleeps.push_back(seconds);
-    FakeHost::now += seconds;
-}
-static void fakeExit(int status) {
-    FakeHost::exits++;
-    FakeHost::lastExitStatus = status;
-}
-
 void FakeHost::install() {
-    static const HostSeams seams = {fakeNow, fakeSleep, fakeExit};
+    static const HostSeams seams = {[] { return now; },
+                                    [](unsigned seconds) {
+                                        sleeps.push_back(seconds);
+                                        now += seconds;
+                                    },
+                                    [](int status) {
+                                        exits++;
+                                        lastExitStatus = status;
+                                    }};
     hostSetSeams(&seams);
 }
-
-// ---------------------------------------------------------------------------------------------
-// Main loop helpers
 
 static gboolean setFlag(gpointer data) {
     *static_cast<bool *>(data) = true;
@@ -108,8 +91,11 @@ void spinFor(int milliseconds) {
         g_main_context_iteration(nullptr, TRUE);
 }
 
-// ---------------------------------------------------------------------------------------------
-// Fixtures
+void LogTest::SetUp() {
+    setenv("VYXSTAGED_LOG_LEVEL", "debug", 1); // whatever the shell running the tests asks
+    vyxLogSetSink(captureLine, nullptr);
+    s_lines.clear();
+}
 
 void LogTest::TearDown() {
     vyxLogSetSink(nullptr, nullptr);

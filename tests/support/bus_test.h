@@ -23,7 +23,6 @@ struct LogLine {
 
 class LogCapture {
   public:
-    static void install();
     static void clear();
     static const std::vector<LogLine> &lines();
     static bool has(int priority, const std::string &text); // exact line
@@ -52,10 +51,7 @@ void spinFor(int milliseconds);
 // Pure helpers: their log lines captured, no bus started.
 class LogTest : public ::testing::Test {
   protected:
-    void SetUp() override {
-        LogCapture::install();
-        LogCapture::clear();
-    }
+    void SetUp() override;
     void TearDown() override;
 };
 

@@ -4,20 +4,11 @@
 
 #include "bus_test.h"
 
-static std::map<BusHandle *, FakeService *> &registry() {
-    static std::map<BusHandle *, FakeService *> fakes;
-    return fakes;
-}
+static std::map<BusHandle *, FakeService *> s_registry;
 
 std::vector<RecordedCall> &FakeService::all() {
     static std::vector<RecordedCall> calls;
     return calls;
-}
-
-FakeService::FakeService(std::string name) : m_name(std::move(name)) {}
-
-FakeService::~FakeService() {
-    stop();
 }
 
 FakeService &FakeService::reply(const std::string &category, const std::string &method,
@@ -42,8 +33,8 @@ FakeService &FakeService::silent(const std::string &category, const std::string 
 }
 
 bool FakeService::dispatch(BusHandle *handle, BusMessage *message, void *) {
-    auto found = registry().find(handle);
-    if (found == registry().end())
+    auto found = s_registry.find(handle);
+    if (found == s_registry.end())
         return true;
     FakeService *self = found->second;
     RecordedCall call{self->m_name, KSMessageGetCategory(message), KSMessageGetMethod(message),
@@ -62,26 +53,22 @@ bool FakeService::start() {
         return true;
     BusError error;
     KSErrorInit(&error);
-    if (!KSRegister(m_name.c_str(), &m_handle, &error)) {
-        ADD_FAILURE() << "cannot own " << m_name << ": " << (error.message ? error.message : "");
-        KSErrorFree(&error);
-        return false;
-    }
-    registry()[m_handle] = this;
+    bool serving = KSRegister(m_name.c_str(), &m_handle, &error);
+    if (serving)
+        s_registry[m_handle] = this;
     for (auto &[category, methods] : m_responders) {
         std::vector<BusMethod> table;
         for (auto &entry : methods)
             table.push_back({entry.first.c_str(), dispatch, 0});
         table.push_back({nullptr, nullptr, 0});
-        if (!KSRegisterCategory(m_handle, category.c_str(), table.data(), nullptr, nullptr, &error))
-            ADD_FAILURE() << "cannot publish " << m_name << category << ": "
-                          << (error.message ? error.message : "");
+        serving = serving && KSRegisterCategory(m_handle, category.c_str(), table.data(), nullptr,
+                                                nullptr, &error);
     }
     GMainLoop *loop = g_main_loop_new(nullptr, FALSE);
-    bool serving = KSGmainAttach(m_handle, loop, &error);
+    serving = serving && KSGmainAttach(m_handle, loop, &error);
     g_main_loop_unref(loop);
     if (!serving)
-        ADD_FAILURE() << "cannot own " << m_name << ": " << (error.message ? error.message : "");
+        ADD_FAILURE() << "cannot serve " << m_name << ": " << (error.message ? error.message : "");
     KSErrorFree(&error);
     return serving;
 }
@@ -89,7 +76,7 @@ bool FakeService::start() {
 void FakeService::stop() {
     if (!m_handle)
         return;
-    registry().erase(m_handle);
+    s_registry.erase(m_handle);
     KSUnregister(m_handle, nullptr);
     m_handle = nullptr;
     for (BusMessage *message : m_held)
@@ -114,19 +101,12 @@ std::string FakeService::lastPayload(const std::string &method) const {
     return found.empty() ? "" : found.back().payload;
 }
 
-// ---------------------------------------------------------------------------------------------
-
 BusClient::BusClient() {
     BusError error;
     KSErrorInit(&error);
     if (!KSRegister(nullptr, &m_handle, &error))
         ADD_FAILURE() << "cannot connect: " << (error.message ? error.message : "");
     KSErrorFree(&error);
-}
-
-BusClient::~BusClient() {
-    if (m_handle)
-        KSUnregister(m_handle, nullptr);
 }
 
 bool BusClient::onReply(BusHandle *, BusMessage *reply, void *context) {

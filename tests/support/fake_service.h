@@ -21,8 +21,8 @@ class FakeService {
     // Gets the call; replies through KSMessageReply, or keeps a reference to answer later.
     using Responder = std::function<void(BusHandle *, BusMessage *)>;
 
-    explicit FakeService(std::string name);
-    ~FakeService();
+    explicit FakeService(std::string name) : m_name(std::move(name)) {}
+    ~FakeService() { stop(); }
     FakeService(const FakeService &) = delete;
     FakeService &operator=(const FakeService &) = delete;
 
@@ -57,13 +57,12 @@ class FakeService {
 class BusClient {
   public:
     BusClient();
-    ~BusClient();
+    ~BusClient() { KSUnregister(m_handle, nullptr); }
     // Calls and waits for the first reply; returns the reply payload or "" on timeout.
     std::string call(const std::string &uri, const std::string &payload, int timeoutMs = 5000);
     // Calls without waiting; replies are collected in replies().
     bool send(const std::string &uri, const std::string &payload);
     const std::vector<std::string> &replies() const { return m_replies; }
-    BusHandle *handle() const { return m_handle; }
 
   private:
     static bool onReply(BusHandle *handle, BusMessage *reply, void *context);

@@ -11,13 +11,6 @@
 
 namespace {
 
-std::vector<std::string> elements(StrArray array) {
-    std::vector<std::string> out;
-    for (char **p = array; p && *p; p++)
-        out.emplace_back(*p);
-    return out;
-}
-
 using Strings = std::vector<std::string>;
 
 TEST(Lists, StrArrayAppendSplitsAndGrows) {
@@ -25,12 +18,14 @@ TEST(Lists, StrArrayAppendSplitsAndGrows) {
         const char *start, *appended; // the start joined, or null for the empty list
         Strings expected;
     } cases[] = {{nullptr, "a;b", {"a", "b"}}, {"a;b", "c;d", {"a", "b", "c", "d"}},
-                 {"a", "a", {"a", "a"}}, {"a", "", {"a"}}, {"a", nullptr, {"a"}}, {nullptr, nullptr, {}}};
+                 {"a", "a", {"a", "a"}},       {"a", "", {"a"}},
+                 {"a", nullptr, {"a"}},        {nullptr, nullptr, {}}};
     for (const auto &c : cases) {
         g_auto(GStrv) array = c.start ? g_strsplit(c.start, ";", -1) : nullptr;
         StrArray result = prvStrArrayAppend(&array, c.appended);
         EXPECT_EQ(result, array);
-        EXPECT_EQ(elements(array), c.expected) << logText(c.start) << " + " << logText(c.appended);
+        EXPECT_EQ(Strings(array, array + (array ? g_strv_length(array) : 0)), c.expected)
+            << logText(c.start) << " + " << logText(c.appended);
     }
     EXPECT_EQ(prvStrArrayAppend(nullptr, "a"), nullptr);
 }
@@ -38,7 +33,10 @@ TEST(Lists, StrArrayAppendSplitsAndGrows) {
 TEST(Lists, StrAppendJoinsWithSeparator) {
     struct Case {
         const char *start, *appended, *expected;
-    } cases[] = {{nullptr, "a", "a"}, {"a;b", "c", "a;b;c"}, {"a", "", "a"}, {"a", nullptr, "a"},
+    } cases[] = {{nullptr, "a", "a"},
+                 {"a;b", "c", "a;b;c"},
+                 {"a", "", "a"},
+                 {"a", nullptr, "a"},
                  {nullptr, "", nullptr}};
     for (const auto &c : cases) {
         g_autofree char *list = g_strdup(c.start);
