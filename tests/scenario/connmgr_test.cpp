@@ -1,10 +1,8 @@
 // The connection manager subscription and the download manager's 1x permission, with both
 // services played by fakes and the daemon running in-process.
-#include "bus_test.h"
-#include "fake_service.h"
+#include "core_fixture.h"
 #include "monitors/connmgr.h"
 #include "service/demo_state.h"
-#include "service/service.h"
 
 namespace {
 
@@ -12,31 +10,26 @@ const char CANCEL[] = R"({"subscribe":false})";
 const char OFF_WIFI[] = R"({"returnValue":true,"isInternetConnectionAvailable":true,)"
                         R"("wifi":{"state":"disconnected"},"wan":{"network":"lte"}})";
 
-class ConnMgr : public BusTest {
+class ConnMgr : public CoreScenario {
   protected:
     void SetUp() override {
-        BusTest::SetUp();
-        prefs.reply("/", "getPreferences", R"({"returnValue":true,"vyxStageRunning":true})");
+        CoreScenario::SetUp();
         // The subscription is kept open to push updates; a cancel is answered at once.
-        connectionManager.handle("/", "getstatus", [this](BusHandle *h, BusMessage *m) {
+        connMgr.handle("/", "getstatus", [this](BusHandle *h, BusMessage *m) {
             if (std::string(KSMessageGetPayload(m)) != R"({"subscribe":true})")
                 return (void)KSMessageReply(h, m, R"({"returnValue":true})", nullptr);
             KSMessageUnref(subscription);
             subscription = (KSMessageRef(m), m);
             subscriptionHandle = h;
         });
-        downloadManager.reply("/", "allow1x", R"({"returnValue":true})");
-        for (FakeService *fake : {&prefs, &connectionManager, &downloadManager})
-            ASSERT_TRUE(fake->start());
-        ASSERT_TRUE(serviceStart());
-        ASSERT_TRUE(waitUntil([] { return isDemoStatusLoaded() == 1; }, "demo preference"));
+        downloadManager.reply("/", "allow1x", core::OK);
+        ASSERT_TRUE(downloadManager.start());
+        startWithDemo(core::DEMO_ON);
     }
     void TearDown() override {
-        serviceFinish();
         KSMessageUnref(subscription);
-        for (FakeService *fake : {&prefs, &connectionManager, &downloadManager})
-            fake->stop();
-        BusTest::TearDown();
+        downloadManager.stop();
+        CoreScenario::TearDown();
     }
     void subscribe() {
         EXPECT_EQ(getConnectionStatus(true), -1);
@@ -54,8 +47,6 @@ class ConnMgr : public BusTest {
         ASSERT_TRUE(waitUntil([] { return get1xDownloadStatus() == 1; }, "1x confirmed"));
     }
 
-    FakeService prefs{"com.velto.systemservice"};
-    FakeService connectionManager{"com.velto.connectionmanager"};
     FakeService downloadManager{"com.velto.downloadmanager"};
     BusHandle *subscriptionHandle = nullptr;
     BusMessage *subscription = nullptr;
@@ -64,7 +55,7 @@ class ConnMgr : public BusTest {
 TEST_F(ConnMgr, UpdatesSetTheAvailabilityAsk1xOnceOffWifiAndRefusalResubscribes) {
     EXPECT_EQ(getConnectionStatus(false), -1);
     spinFor(50);
-    EXPECT_EQ(connectionManager.count("getstatus"), 0);
+    EXPECT_EQ(connMgr.count("getstatus"), 0);
     subscribeOffWifi();
     EXPECT_EQ(getConnectionStatus(false), 1);
     EXPECT_EQ(downloadManager.lastPayload("allow1x"), R"({"value": true})");
@@ -81,15 +72,15 @@ TEST_F(ConnMgr, UpdatesSetTheAvailabilityAsk1xOnceOffWifiAndRefusalResubscribes)
     }
     spinFor(50);
     EXPECT_EQ(downloadManager.count("allow1x"), 1);
-    EXPECT_EQ(connectionManager.count("getstatus"), 1);
+    EXPECT_EQ(connMgr.count("getstatus"), 1);
 
     // A refusal cancels the subscription and forgets the availability; the next need remakes it.
     update(R"({"returnValue":false,"errorCode":3,"errorText":"busy"})");
-    ASSERT_TRUE(waitUntil([&] { return connectionManager.lastPayload("getstatus") == CANCEL; },
+    ASSERT_TRUE(waitUntil([&] { return connMgr.lastPayload("getstatus") == CANCEL; },
                           "the cancel"));
     subscription = (KSMessageUnref(subscription), nullptr);
     subscribe();
-    EXPECT_EQ(connectionManager.count("getstatus"), 3);
+    EXPECT_EQ(connMgr.count("getstatus"), 3);
 }
 
 TEST_F(ConnMgr, ShutdownWithdraws1xBeforeCancelling) {
@@ -98,7 +89,7 @@ TEST_F(ConnMgr, ShutdownWithdraws1xBeforeCancelling) {
     ASSERT_TRUE(waitUntil(
         [&] {
             return downloadManager.lastPayload("allow1x") == R"({"value": false})" &&
-                   connectionManager.lastPayload("getstatus") == CANCEL;
+                   connMgr.lastPayload("getstatus") == CANCEL;
         },
         "withdraw and cancel"));
     // The two services hear on connections of their own; the daemon's log gives the send order.
@@ -108,7 +99,7 @@ TEST_F(ConnMgr, ShutdownWithdraws1xBeforeCancelling) {
 }
 
 TEST_F(ConnMgr, AbsentConnectionManagerCountsAsSubscribed) {
-    connectionManager.stop();
+    connMgr.stop();
     getConnectionStatus(true);
     ASSERT_TRUE(waitUntil([] { return LogCapture::contains("connMgrCB: Ignoring response"); },
                           "the not-running reply"));

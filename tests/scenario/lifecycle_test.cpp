@@ -1,10 +1,6 @@
 // The process around the modules: the idle exit timer's rules, the retired methods, and what
 // is answered when the process ends.
-#include <syslog.h>
-
-#include "bus_test.h"
-#include "fake_service.h"
-#include "service/service.h"
+#include "core_fixture.h"
 
 namespace {
 
@@ -39,26 +35,21 @@ TEST_F(Lifecycle, ExitTimerLengthDecidesWhetherLaterShortRearmsCount) {
     }
 }
 
-class RunningService : public BusTest {
+// The demo preference is never read, so the demo state stays unknown.
+class RunningService : public CoreScenario {
   protected:
     void SetUp() override {
-        BusTest::SetUp();
-        prefs.silent("/", "getPreferences").silent("/", "setPreferences");
-        ASSERT_TRUE(prefs.start());
-        ASSERT_TRUE(serviceStart());
+        CoreScenario::SetUp();
+        holdPrefReads = true;
+        startDaemon();
     }
-    void TearDown() override {
-        serviceFinish();
-        BusTest::TearDown();
-    }
-    FakeService prefs{"com.velto.systemservice"};
 };
 
 TEST_F(RunningService, StartsWithAShortExitTimerAndReadsThePreference) {
     EXPECT_EQ(getExitTimer()->interval, 10000u);
     EXPECT_NE(getExitTimer()->handle, nullptr);
-    ASSERT_TRUE(waitUntil([&] { return prefs.count("getPreferences") == 1; }, "preference read"));
-    EXPECT_EQ(prefs.lastPayload("getPreferences"),
+    ASSERT_TRUE(waitUntil([&] { return heldPrefs.size() == 1; }, "preference read"));
+    EXPECT_EQ(systemService.lastPayload("getPreferences"),
               "{\"keys\":[\"vyxStageRunning\", \"vyxStageDetails\"]}");
     const std::vector<std::string> expected = {
         "vyxstaged started with 'main()'", "About to Register category", "Set exit timer handle"};
@@ -70,12 +61,11 @@ TEST_F(RunningService, StartsWithAShortExitTimerAndReadsThePreference) {
 }
 
 TEST_F(RunningService, RetiredMethodsSayTheyAreNoLongerSupported) {
-    BusClient client;
     for (const char *method :
          {"setUserInput", "timedout", "tapped", "closetutorial", "sendDownloadStatus"}) {
         SCOPED_TRACE(method);
         stopExitTimer(getExitTimer());
-        EXPECT_EQ(client.call(std::string("velto://com.velto.vyxService/") + method, "not json"),
+        EXPECT_EQ(call(method, "not json"),
                   "{\"returnValue\":false, \"errorCode\":-1, \"errorText\":\"Method no longer "
                   "supported by vyxService.\"}");
         EXPECT_EQ(getExitTimer()->interval, 10000u);
@@ -101,17 +91,15 @@ TEST_F(RunningService, RepeatFlagPostponesTheFirstExpiryOnly) {
 }
 
 TEST_F(RunningService, SigintEndsTheProcessWithoutAnsweringHeldCalls) {
-    BusClient client;
-    // A "demoState" call held because the preference read is never answered.
-    ASSERT_TRUE(client.send("velto://com.velto.vyxService/demoState", "{}"));
+    ASSERT_TRUE(client->send(std::string(core::SERVICE) + "demoState", "{}"));
     ASSERT_TRUE(waitUntil([] { return LogCapture::contains("Demo status unknown"); }, "held"));
     sigproc(2);
     EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "sigproc: Ending vyxService on signal: 2"));
     EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "sigproc: Ending vyxService in sigproc #2"));
     EXPECT_EQ(FakeHost::exits, 1);
     // The bus, not the daemon, tells the caller that no answer comes.
-    ASSERT_TRUE(waitUntil([&] { return !client.replies().empty(); }, "the bus's report"));
-    EXPECT_EQ(client.replies()[0].find("\"state\""), std::string::npos) << client.replies()[0];
+    ASSERT_TRUE(waitUntil([&] { return !client->replies().empty(); }, "the bus's report"));
+    EXPECT_EQ(client->replies()[0].find("\"state\""), std::string::npos) << client->replies()[0];
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 // The user's store profile against a real HTTP server: how each reply is read and which saved
 // packages are handed over for deletion; the saved profile list file.
-#include "store/app_detail.h"
 #include "store/profile.h"
 #include "store_fixture.h"
 
@@ -33,11 +32,6 @@ const std::string VERIFY = "verifyProfilePackages: ";
 
 // clang-format off
 const ProfileCase PROFILE_CASES[] = {
-    {"DepartedPackagesHandedOver", "a;b;c",
-     {200, {profile(R"([{"publicApplicationId":"b"},{"publicApplicationId":"d"}])")}}, true,
-     {{LOG_DEBUG, PARSE + "Processed 2 URLs, packages: b;d"},
-      {LOG_DEBUG, VERIFY + "2 items in delete list: a;c"},
-      {LOG_DEBUG, "updateDeleteListFromProfile: 2 files added to delete list: a;c"}}, nullptr},
     {"EmptyProfileHandsOverAllSaved", "a;b", {200, {profile("[]")}}, true,
      {{LOG_DEBUG, PARSE + "Processed 0 URLs, packages: <<empty>>"},
       {LOG_DEBUG, VERIFY + "Delete list: a;b"}}, nullptr},
@@ -79,16 +73,6 @@ TEST_P(ProfileQuery, RequestAndReply) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Store, ProfileQuery, ::testing::ValuesIn(PROFILE_CASES), core::rowName);
-
-TEST_F(StoreScenario, DetailQueryAfterProfileQueryOnOneHandleGetsItsOwnReply) {
-    StoreServer store({200, {R"({"JSONException":{"message":"m"}})"}});
-    startWith(store.url());
-    EXPECT_TRUE(loadProfilePackageList(handle));
-    bool found = true;
-    EXPECT_TRUE(checkBazaro(handle, "com.x", "", &found, nullptr, nullptr));
-    EXPECT_FALSE(found);
-    EXPECT_TRUE(LogCapture::has(LOG_ALERT, "parseBazaroResponse: [com.x] m"));
-}
 
 TEST_F(RootTest, SavedProfileListIsReplacedWholeAndRemovedWhenEmpty) {
     writeFile(PROFILE_LIST_FILE, "old;and;longer");
