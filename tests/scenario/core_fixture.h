@@ -89,8 +89,7 @@ class CoreScenario : public BusTest, protected PlatformFakes {
                             R"({"returnValue":true,"locale":{"languageCode":"en","countryCode":"US"}})",
                             nullptr);
                     } else if (holdPrefReads) {
-                        KSMessageRef(m);
-                        heldPrefs.push_back({h, m});
+                        held.push_back({h, (KSMessageRef(m), m)});
                     } else {
                         KSMessageReply(h, m, demoPref.c_str(), nullptr);
                     }
@@ -112,8 +111,8 @@ class CoreScenario : public BusTest, protected PlatformFakes {
     }
 
     void TearDown() override {
-        for (auto &held : heldPrefs)
-            KSMessageUnref(held.second);
+        for (auto &call : held)
+            KSMessageUnref(call.second);
         serviceFinish();
         client.reset();
         for (FakeService *fake : allFakes())
@@ -140,12 +139,18 @@ class CoreScenario : public BusTest, protected PlatformFakes {
                       "the preference reply"));
     }
 
-    void answerHeldPrefs(const std::string &payload) {
-        for (auto &held : heldPrefs) {
-            KSMessageReply(held.first, held.second, payload.c_str(), nullptr);
-            KSMessageUnref(held.second);
+    // The method's calls stay unanswered until answerHeld.
+    void hold(FakeService &fake, const std::string &category, const std::string &method) {
+        fake.handle(category, method, [this](BusHandle *h, BusMessage *m) {
+            held.push_back({h, (KSMessageRef(m), m)});
+        });
+    }
+    void answerHeld(const std::string &payload) {
+        for (auto &call : held) {
+            KSMessageReply(call.first, call.second, payload.c_str(), nullptr);
+            KSMessageUnref(call.second);
         }
-        heldPrefs.clear();
+        held.clear();
     }
 
     std::string call(const std::string &method, const std::string &payload) {
@@ -182,8 +187,8 @@ class CoreScenario : public BusTest, protected PlatformFakes {
     std::unique_ptr<BusClient> client; // on the test's private bus, so made in SetUp
 
     std::string demoPref = core::DEMO_OFF;
-    bool holdPrefReads = false; // demo preference reads stay unanswered until answerHeldPrefs
-    std::vector<std::pair<BusHandle *, BusMessage *>> heldPrefs;
+    bool holdPrefReads = false; // demo preference reads stay unanswered until answerHeld
+    std::vector<std::pair<BusHandle *, BusMessage *>> held;
     std::string running = core::NOTHING_RUNNING;
     std::string demoLaunchReply = core::OK; // the core application always starts
 };

@@ -22,7 +22,7 @@ class DemoBoot : public CoreScenario {
     void bootCallHeld() {
         holdPrefReads = true;
         startDaemon({&accounts});
-        ASSERT_TRUE(waitUntil([&] { return heldPrefs.size() == 1; }, "the preference read"));
+        ASSERT_TRUE(waitUntil([&] { return held.size() == 1; }, "the preference read"));
         ASSERT_TRUE(client->send(std::string(SERVICE) + "demoState", R"({"onBoot":true})"));
         ASSERT_TRUE(waitUntil(
             [] { return LogCapture::hasText("getDemoState: Demo status unknown, status: 0"); },
@@ -33,7 +33,7 @@ class DemoBoot : public CoreScenario {
 
 TEST_F(DemoBoot, DemoOnWaitsForTheAccountServiceThenLaunchesTheDemonstration) {
     bootCallHeld();
-    answerHeldPrefs(DEMO_ON);
+    answerHeld(DEMO_ON);
     ASSERT_TRUE(waitUntil([&] { return !client->replies().empty(); }, "the held reply"));
     EXPECT_EQ(client->replies()[0], demoStateReply("on"));
 
@@ -67,7 +67,7 @@ TEST_F(DemoBoot, SecondCallWhileTheFirstIsHeldIsAnsweredUnknown) {
     EXPECT_EQ(second.call(std::string(SERVICE) + "demoState", "{}"), demoStateReply("unknown"));
     EXPECT_TRUE(client->replies().empty());
 
-    answerHeldPrefs(DEMO_OFF);
+    answerHeld(DEMO_OFF);
     ASSERT_TRUE(waitUntil([&] { return !client->replies().empty(); }, "the held reply"));
     EXPECT_EQ(client->replies()[0], demoStateReply("off"));
     EXPECT_EQ(systemService.count("getPreferences"), 1); // one read for both calls

@@ -43,7 +43,7 @@ TEST_P(DisplayChange, StartsTheVideoOnlyForARelevantEventWithTheDemoOn) {
         holdPrefReads = true;
         demoPref = DEMO_ON;
         startDaemon();
-        ASSERT_TRUE(waitUntil([&] { return heldPrefs.size() == 1; }, "the first preference read"));
+        ASSERT_TRUE(waitUntil([&] { return held.size() == 1; }, "the first preference read"));
         holdPrefReads = false;
     } else {
         startWithDemo(c.demo == ON ? DEMO_ON : DEMO_OFF);

@@ -48,7 +48,7 @@ class RunningService : public CoreScenario {
 TEST_F(RunningService, StartsWithAShortExitTimerAndReadsThePreference) {
     EXPECT_EQ(getExitTimer()->interval, 10000u);
     EXPECT_NE(getExitTimer()->handle, nullptr);
-    ASSERT_TRUE(waitUntil([&] { return heldPrefs.size() == 1; }, "preference read"));
+    ASSERT_TRUE(waitUntil([&] { return held.size() == 1; }, "preference read"));
     EXPECT_EQ(systemService.lastPayload("getPreferences"),
               "{\"keys\":[\"vyxStageRunning\", \"vyxStageDetails\"]}");
     const std::vector<std::string> expected = {

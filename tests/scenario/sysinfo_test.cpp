@@ -38,33 +38,14 @@ class SysInfo : public CoreScenario {
         CoreScenario::SetUp();
         startWithDemo(core::DEMO_OFF);
     }
-    void TearDown() override {
-        for (auto &held : m_held)
-            KSMessageUnref(held->second);
-        CoreScenario::TearDown();
-    }
     FakeService &service(int item) { return this->*QUERIES[item].fake; }
     void answer(SystemInfoItem item, const std::string &reply) {
         service(item).reply(QUERIES[item].category, QUERIES[item].method, reply);
     }
-    // The call stays unanswered until the test answers it; teardown drops what is left.
-    using Held = std::pair<BusHandle *, BusMessage *>;
-    static void release(Held &held, const char *payload) {
-        KSMessageReply(held.first, held.second, payload, nullptr);
-        KSMessageUnref(std::exchange(held.second, nullptr));
-    }
-    std::shared_ptr<Held> hold(SystemInfoItem item) {
-        auto held = m_held.emplace_back(std::make_shared<Held>());
-        service(item).handle(QUERIES[item].category, QUERIES[item].method,
-                             [held](BusHandle *h, BusMessage *m) {
-                                 held->first = h;
-                                 held->second = (KSMessageRef(m), m);
-                             });
-        return held;
+    void hold(SystemInfoItem item) {
+        CoreScenario::hold(service(item), QUERIES[item].category, QUERIES[item].method);
     }
     static bool logged(const char *fragment) { return LogCapture::contains(fragment); }
-
-    std::vector<std::shared_ptr<Held>> m_held;
 };
 
 TEST_F(SysInfo, OneRequestGathersAllFiveItemsAndLaterRequestsAreAnsweredAtOnce) {
@@ -91,13 +72,13 @@ TEST_F(SysInfo, OneRequestGathersAllFiveItemsAndLaterRequestsAreAnsweredAtOnce) 
 }
 
 TEST_F(SysInfo, SecondRequestWhileOneIsHeldIsRefusedAndTheFirstStillAnswered) {
-    auto token = hold(SI_ACCOUNT_TOKEN);
+    hold(SI_ACCOUNT_TOKEN);
     BusClient first;
     ASSERT_TRUE(first.send(DOWNLOAD_APP_INFO, "{}"));
-    ASSERT_TRUE(waitUntil([&] { return token->second != nullptr; }, "account token query"));
+    ASSERT_TRUE(waitUntil([&] { return held.size() == 1; }, "account token query"));
     EXPECT_EQ(call("downloadAppInfo", "{}"), negative("Already in process"));
     EXPECT_TRUE(first.replies().empty());
-    release(*token, R"({"token":"tok","accountAlias":"a@b.c","accountState":"s","uniqueId":"u1"})");
+    answerHeld(R"({"token":"tok","accountAlias":"a@b.c","accountState":"s","uniqueId":"u1"})");
     ASSERT_TRUE(waitUntil([&] { return !first.replies().empty(); }, "the held reply"));
     EXPECT_EQ(first.replies()[0], DETAILS_OK);
     EXPECT_EQ(accounts.count("getAccountToken"), 1);
@@ -106,18 +87,18 @@ TEST_F(SysInfo, SecondRequestWhileOneIsHeldIsRefusedAndTheFirstStillAnswered) {
 // A failed item does not conclude the gathering while another query is still out.
 TEST_F(SysInfo, ErrorReplyWaitsForTheLastOutstandingQuery) {
     answer(SI_ACCOUNT_TOKEN, FAILED);
-    auto server = hold(SI_SERVER_URL);
+    hold(SI_SERVER_URL);
     BusClient app;
     ASSERT_TRUE(app.send(DOWNLOAD_APP_INFO, "{}"));
     ASSERT_TRUE(waitUntil(
         [&] {
-            return server->second && logged("localeCB: payload") && logged("carrierCB: carrier:") &&
-                   logged("not found: ERROR");
+            return held.size() == 1 && logged("localeCB: payload") &&
+                   logged("carrierCB: carrier:") && logged("not found: ERROR");
         },
         "every reply but the server address"));
     spinFor(50);
     EXPECT_TRUE(app.replies().empty());
-    release(*server, R"({"serverUrl":"https://store.example"})");
+    answerHeld(R"({"serverUrl":"https://store.example"})");
     ASSERT_TRUE(waitUntil([&] { return !app.replies().empty(); }, "the error reply"));
     EXPECT_EQ(app.replies()[0], negative("Request to download information ended [serverUrlCB]"));
     EXPECT_FALSE(validAccountTokens());
