@@ -16,26 +16,23 @@ const char ROLE_COPY[] = ROLE_DIR_PRIVATE ROLE_FILE_NAME;
 using Requests = std::vector<std::string>; // of the application manager, or preference writes
 const Requests NONE;
 
-class DemoBoot : public CoreScenario {
-  protected:
-    // The platform asks "demoState" at boot, before the daemon has read its preference.
-    void bootCallHeld() {
-        holdPrefReads = true;
-        startDaemon({&accounts});
-        ASSERT_TRUE(waitUntil([&] { return held.size() == 1; }, "the preference read"));
-        ASSERT_TRUE(client->send(std::string(SERVICE) + "demoState", R"({"onBoot":true})"));
-        ASSERT_TRUE(waitUntil(
-            [] { return LogCapture::hasText("getDemoState: Demo status unknown, status: 0"); },
-            "the boot call to be held"));
-        EXPECT_TRUE(client->replies().empty());
-    }
-};
-
-TEST_F(DemoBoot, DemoOnWaitsForTheAccountServiceThenLaunchesTheDemonstration) {
-    bootCallHeld();
+// The platform asks "demoState" at boot, before the daemon has read its preference; a second
+// call meanwhile is answered "unknown" and causes no second read.
+TEST_F(CoreScenario, BootCallWaitsForThePreferenceAndTheDemoStartsOnceAccountsAreUp) {
+    holdPrefReads = true;
+    startDaemon({&accounts});
+    ASSERT_TRUE(waitUntil([&] { return held.size() == 1; }, "the preference read"));
+    ASSERT_TRUE(client->send(std::string(SERVICE) + "demoState", R"({"onBoot":true})"));
+    ASSERT_TRUE(waitUntil(
+        [] { return LogCapture::hasText("getDemoState: Demo status unknown, status: 0"); },
+        "the boot call to be held"));
+    BusClient second;
+    EXPECT_EQ(second.call(std::string(SERVICE) + "demoState", "{}"), demoStateReply("unknown"));
+    EXPECT_TRUE(client->replies().empty());
     answerHeld(DEMO_ON);
     ASSERT_TRUE(waitUntil([&] { return !client->replies().empty(); }, "the held reply"));
     EXPECT_EQ(client->replies()[0], demoStateReply("on"));
+    EXPECT_EQ(systemService.count("getPreferences"), 1);
 
     // The account service is not up: one probe a second, each with a fresh long exit timer.
     ASSERT_TRUE(waitUntil([] { return FakeHost::sleeps.size() >= 2; }, "two probe retries"));
@@ -54,23 +51,9 @@ TEST_F(DemoBoot, DemoOnWaitsForTheAccountServiceThenLaunchesTheDemonstration) {
     ASSERT_TRUE(accounts.start());
     ASSERT_TRUE(waitUntil([&] { return appRequests().size() >= 2; }, "the demonstration launch"));
     EXPECT_EQ(appRequests(), (Requests{"launch " + INITIALIZE, "launch " + CORE_START}));
-    EXPECT_GE(appManager.count("running"), 1);
     EXPECT_EQ(LogCapture::count("accountTokenCBboot: valid response received"), 1);
     for (unsigned seconds : FakeHost::sleeps)
         EXPECT_EQ(seconds, 1u);
-    EXPECT_GE(activities.count("create"), 1);
-}
-
-TEST_F(DemoBoot, SecondCallWhileTheFirstIsHeldIsAnsweredUnknown) {
-    bootCallHeld();
-    BusClient second;
-    EXPECT_EQ(second.call(std::string(SERVICE) + "demoState", "{}"), demoStateReply("unknown"));
-    EXPECT_TRUE(client->replies().empty());
-
-    answerHeld(DEMO_OFF);
-    ASSERT_TRUE(waitUntil([&] { return !client->replies().empty(); }, "the held reply"));
-    EXPECT_EQ(client->replies()[0], demoStateReply("off"));
-    EXPECT_EQ(systemService.count("getPreferences"), 1); // one read for both calls
 }
 
 const char VYX[] = "com.velto.app.vyx";
@@ -137,7 +120,9 @@ struct SwitchCase {
     const char *write;                    // the preference write the call causes, or null
     std::vector<std::string> appRequests; // launches and closes that follow
     const char *stateAfter;
-    int effects; // of ROLES, PROFILE and DOWNLOAD
+    int effects;         // of ROLES, PROFILE and DOWNLOAD
+    std::string running; // the application manager's list; by default the first use and the
+                         // phone application run, and the demonstration when it is on
     friend void PrintTo(const SwitchCase &c, std::ostream *os) { *os << c.name; }
 };
 
@@ -151,7 +136,7 @@ TEST_P(DemoSwitch, RepliesWritesThePreferenceAndStartsOrStops) {
                                                      {"com.velto.app.phone", 300}};
     if (std::string(c.stored) == DEMO_ON)
         apps.insert(apps.begin(), {VYX, 1234});
-    running = runningList(apps);
+    running = c.running.empty() ? runningList(apps) : c.running;
     appManager.silent("/", "listPackages"); // the run a switch starts is provisioning's business
     startWithDemo(c.stored);
     spinFor(50);
@@ -181,6 +166,9 @@ const char NOT_JSON[] =
 const char ON[] = R"({"state":true})";
 const char OFF[] = R"({"state":false})";
 const char ON_APP[] = R"({"state":true,"application":"com.acme.demo"})";
+const char PHONE[] = "com.velto.app.phone";
+const char FIRST_USE[] = "com.velto.app.firstuse";
+const int START_EFFECTS = ROLES | DOWNLOAD;
 
 // toggleDemo also closes the phone application.
 const SwitchCase SWITCH_CASES[] = {
@@ -190,11 +178,28 @@ const SwitchCase SWITCH_CASES[] = {
     {"OnWithApplicationWhileOff", DEMO_OFF, "setDemoState", ON_APP, OK, APP_WRITE, NONE, "on", 0},
     {"OnWithApplicationWhileOn", DEMO_ON, "setDemoState", ON_APP, OK, APP_WRITE, NONE, "on", ROLES},
     {"OnWhileOff", DEMO_OFF, "setDemoState", ON, OK, PREF_ON_WRITE,
-     Requests{closed(55), INIT, START}, "on", ROLES | DOWNLOAD},
+     Requests{closed(55), INIT, START}, "on", START_EFFECTS},
     {"OffWhileOn", DEMO_ON, "setDemoState", OFF, OK, PREF_OFF_WRITE,
      Requests{closed(1234), closed(55), STOP, EXIT}, "off", PROFILE},
     {"ToggleOffToOn", DEMO_OFF, "toggleDemo", "not read", OK, PREF_ON_WRITE,
-     Requests{closed(55), INIT, closed(300), START}, "on", ROLES | DOWNLOAD},
+     Requests{closed(55), INIT, closed(300), START}, "on", START_EFFECTS},
+    // Closes go out demonstration, first use, phone, whatever the list's order.
+    {"ToggleOnToOff", DEMO_ON, "toggleDemo", "{}", OK, PREF_OFF_WRITE,
+     Requests{closed(12), closed(55), closed(300), STOP, EXIT}, "off", PROFILE,
+     runningList({{PHONE, 300}, {FIRST_USE, 55}, {VYX, 12}})},
+    {"CoreRunningLaunchesNothing", DEMO_OFF, "setDemoState", ON, OK, PREF_ON_WRITE, NONE, "on",
+     START_EFFECTS, runningList({{VYX_CORE_APP_ID, 77}})},
+    {"DemoRunningStillClosesThePhone", DEMO_OFF, "toggleDemo", "{}", OK, PREF_ON_WRITE,
+     Requests{closed(300)}, "on", START_EFFECTS, runningList({{VYX, 12}, {PHONE, 300}})},
+    {"EntryWithoutProcessIdIsNotRunning", DEMO_OFF, "setDemoState", ON, OK, PREF_ON_WRITE,
+     Requests{INIT, START}, "on", START_EFFECTS,
+     R"({"returnValue":true,"running":[{"id":"com.velto.app.vyx"},{"id":"com.velto.app.vyxcore"}]})"},
+    {"FailedRunningQueryDoesNothing", DEMO_OFF, "setDemoState", ON, OK, PREF_ON_WRITE, NONE, "on",
+     START_EFFECTS, R"({"returnValue":false,"errorCode":3,"errorText":"busy"})"},
+    {"StopWithNothingRunningStillTellsBoth", DEMO_ON, "setDemoState", OFF, OK, PREF_OFF_WRITE,
+     Requests{STOP, EXIT}, "off", PROFILE, NOTHING_RUNNING},
+    {"LaterEntryWins", DEMO_ON, "setDemoState", OFF, OK, PREF_OFF_WRITE,
+     Requests{closed(13), STOP, EXIT}, "off", PROFILE, runningList({{VYX, 12}, {VYX, 13}})},
 };
 
 INSTANTIATE_TEST_SUITE_P(Cases, DemoSwitch, testing::ValuesIn(SWITCH_CASES), rowName);
