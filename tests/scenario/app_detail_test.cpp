@@ -9,31 +9,15 @@ namespace {
 
 const char BODY[] = "{'InGetAppDetailV2':{'accountTokenInfo':{'token':'tok','deviceId':'dev-1',"
                     "'email':'a@b.c'},'packageId':'com.x','locale':'en_US' } }";
-const char DETAIL[] =
-    R"({"OutGetAppDetailV2":{"appDetail":{"version":"1.2","appSize":345,"appLocation":"L",)"
-    R"("appIcon":"I","homeURL":"H","vendorid":7,"title":"T","publicApplicationId":"com.x",)"
-    R"("id":"99"}}})";
-const char DETAIL_PAYLOAD[] = "{'catalogId':99,'id':'com.x','title':'T','version':'1.2','vendor':7,"
-                              "'vendorUrl':'H','iconUrl':'I','ipkUrl':'L','authToken':'tok',"
-                              "'deviceId':'dev-1'}";
 
 std::string offer(const char *version, const char *more = "") {
     return R"({"OutGetAppDetailV2":{"appDetail":{"version":")"s + version + "\"" + more + "}}}";
 }
 
-// The install request for an offer that names nothing but its version.
-std::string bare(const char *version) {
-    return "{'catalogId':0,'id':'','title':'','version':'"s + version +
-           "','vendor':0,'vendorUrl':'','iconUrl':'','ipkUrl':'','authToken':'tok',"
-           "'deviceId':'dev-1'}";
-}
-
-std::vector<std::string> pieces(const std::string &text, size_t size) {
-    std::vector<std::string> chunks;
-    for (size_t at = 0; at < text.size(); at += size)
-        chunks.push_back(text.substr(at, size));
-    return chunks;
-}
+// The install request for an offer that names nothing but its version; the end-to-end runs
+// pin the request built from a whole offer.
+const char BARE[] = "{'catalogId':0,'id':'','title':'','version':'1.0.2','vendor':0,'vendorUrl':'',"
+                    "'iconUrl':'','ipkUrl':'','authToken':'tok','deviceId':'dev-1'}";
 
 struct DetailCase {
     const char *name;
@@ -53,21 +37,16 @@ const char NO_DETAIL[] = R"({"OutGetAppDetailV2":{"detail":{}}})";
 
 // clang-format off
 const DetailCase DETAIL_CASES[] = {
-    {"NotInstalledInSmallChunks", "", {200, pieces(DETAIL, 7)}, {true, true, 345}, DETAIL_PAYLOAD,
-     {LOG_DEBUG, "parseBazaroResponse: "s + DETAIL_PAYLOAD}},
     {"InstalledNewerIsKept", "2.0", {200, {offer("1.9")}}, {true, true, 0}, "",
      {LOG_DEBUG, CURRENT + "1.9, local copy is current"}},
     {"OlderInstalledGetsUpdate", "1.0.1", {200, {offer("1.0.2", R"(,"appSize":"678")")}},
-     {true, true, 678}, bare("1.0.2"), {}},
+     {true, true, 678}, BARE, {}},
     {"NoAppDetail", "", {200, {NO_DETAIL}}, {false, true, -1}, "",
      {LOG_ALERT, "parseBazaroResponse: [com.x] Couldn't find 'appDetail': "s + NO_DETAIL}},
     {"NoVersionStillGivesSize", "", {200, {R"({"OutGetAppDetailV2":{"appDetail":{"appSize":5}}})"}},
      {false, true, 5}, "", {}},
     {"NulByteEndsItsChunkOnly", "", {200, {R"({"JSONException":)", "{\"message\":\"gone\"\0x"s, "}}"}},
      {true, false, -1}, "", {LOG_ALERT, "parseBazaroResponse: [com.x] gone"}},
-    {"HangUp", "", {200, {}, true}, {false, false, -1}, "",
-     {LOG_DEBUG, "checkBazaro: Error [Server returned nothing (no headers, no data)]: "
-                 "Empty reply from server"}},
 };
 // clang-format on
 

@@ -3,10 +3,7 @@
 // install phase ends.
 #include "provision_fixture.h"
 
-#include <atomic>
-#include <deque>
 #include <map>
-#include <mutex>
 
 #include "common/files.h"
 #include "store_server.h"
@@ -34,90 +31,51 @@ std::string detail(const std::string &id, const std::string &version) {
            R"(","appSize":1000,"appLocation":"L","appIcon":"I","homeURL":"H","vendorid":7}}})";
 }
 
-std::string listStatus(const std::vector<std::array<const char *, 3>> &apps) {
-    std::string list;
-    for (const auto &[id, state, progress] : apps)
-        list += (list.empty() ? "" : ",") + std::string(R"({"id":")") + id +
-                R"(","details":{"state":")" + state + R"(","progress":")" + progress + "\"}}";
-    return R"({"returnValue":true,"status":{"apps":[)" + list + "]}}";
-}
-
-class InstallWalk : public ProvisionScenario {
-  protected:
-    void SetUp() override {
-        ProvisionScenario::SetUp();
-        installService.handle("/", "install", [this](BusHandle *h, BusMessage *m) {
-            std::string id = textAfter(KSMessageGetPayload(m), "'id':'");
-            installs.push_back(id);
-            ++installCount;
-            KSMessageReply(h, m, OK, nullptr);
-        });
-        installService.handle("/", "status", [this](BusHandle *h, BusMessage *m) {
-            if (!statuses.empty())
-                KSMessageReply(h, m, statuses.front().c_str(), nullptr);
-            if (statuses.size() > 1)
-                statuses.pop_front();
-        });
-    }
-
-    // The walk over `config`'s packages; the demonstration and its video are installed already.
-    void startWalk(const std::string &config, std::vector<Pkg> installed) {
-        installed.push_back({"com.velto.app.vyx"});
-        installed.push_back({VIDEO});
-        offered.insert({{"com.velto.app.vyx", "1.0"}, {VIDEO, "1.0"}});
-        before = listing(installed);
-        for (const auto &[id, version] : offered)
-            installed.push_back({id, version});
-        after = listing(installed);
-        store = std::make_unique<StoreServer>([this](const StoreRequest &request) {
-            std::string id = textAfter(request.body, "'packageId':'");
-            std::lock_guard<std::mutex> lock(mutex);
-            queried.push_back(id + "@" + std::to_string(installCount.load()));
-            auto offer = offered.find(id);
-            return StoreReply{200,
-                              {offer == offered.end() ? R"({"JSONException":{"message":"unknown"}})"
-                                                      : detail(id, offer->second)}};
-        });
-        accounts.reply("/", "getServerUrl",
-                       R"({"returnValue":true,"serverUrl":")" + store->url() + "\"}");
-        writeFile(ROLE_FILE_SOURCE, "{\"role\":{}}");
-        writeFile(CONFIG, "[IPKG]\nSKIPONRAMP=true\n" + config);
-        startRun(false);
-    }
-
-    std::map<std::string, std::string> offered; // id and the version the store offers
-    std::deque<std::string> statuses;           // the last one repeats
-    Lines installs;
-    std::atomic<int> installCount{0};
-    std::mutex mutex;
-    Lines queried; // "id@installs requested by then"
-    std::unique_ptr<StoreServer> store;
-};
-
 struct WalkCase {
     const char *name;
     std::string config;
-    std::vector<Pkg> installed;
-    std::map<std::string, std::string> offered;
-    std::deque<std::string> statuses;
+    std::map<std::string, std::string> offered; // id and the version the store offers
+    std::string status;                         // the install service's every status answer
     Lines queried, installs, removes;
-    std::string end;
     bool endInstall; // the pop-up that says all went in was asked for
     friend void PrintTo(const WalkCase &c, std::ostream *os) { *os << c.name; }
 };
 
-class Walk : public InstallWalk, public testing::WithParamInterface<WalkCase> {};
+class Walk : public ProvisionScenario, public testing::WithParamInterface<WalkCase> {};
 
+// The walk over the configuration's packages; the demonstration and its video are installed.
 TEST_P(Walk, QueriesInstallsRemovesAndEnds) {
     const WalkCase &c = GetParam();
-    offered = c.offered;
-    statuses = c.statuses;
-    startWalk(c.config, c.installed);
-    ASSERT_TRUE(waitUntil([&] { return LogCapture::hasText(c.end); }, c.end, 15000))
+    std::map<std::string, std::string> offered = c.offered;
+    offered.insert({{"com.velto.app.vyx", "1.0"}, {VIDEO, "1.0"}});
+    std::vector<Pkg> installed = {{"com.velto.app.vyx"}, {VIDEO}};
+    before = listing(installed);
+    for (const auto &[id, version] : offered)
+        installed.push_back({id, version});
+    after = listing(installed);
+    StoreServer store([&](const StoreRequest &request) {
+        auto offer = offered.find(textAfter(request.body, "'packageId':'"));
+        return StoreReply{200,
+                          {offer == offered.end() ? R"({"JSONException":{"message":"unknown"}})"
+                                                  : detail(offer->first, offer->second)}};
+    });
+    accounts.reply("/", "getServerUrl",
+                   R"({"returnValue":true,"serverUrl":")" + store.url() + "\"}");
+    installService.reply("/", "status", c.status);
+    writeFile(ROLE_FILE_SOURCE, "{\"role\":{}}");
+    writeFile(CONFIG, "[IPKG]\nSKIPONRAMP=true\n" + c.config);
+    startRun(false);
+    const std::string end = "processEndPackageInfo: Called with failType 0 from installStatusCB";
+    ASSERT_TRUE(waitUntil([&] { return LogCapture::hasText(end); }, end, 15000))
         << LogCapture::dump();
     ASSERT_TRUE(waitUntil([&] { return runEnded(); }, "the demonstration's start"));
     spinFor(100);
-    EXPECT_EQ((std::lock_guard<std::mutex>(mutex), queried), c.queried);
+    Lines queried, installs;
+    for (const StoreRequest &request : store.requests())
+        queried.push_back(textAfter(request.body, "'packageId':'"));
+    for (const std::string &payload : payloads(installService, "install"))
+        installs.push_back(textAfter(payload, "'id':'"));
+    EXPECT_EQ(queried, c.queried);
     EXPECT_EQ(installs, c.installs);
     EXPECT_EQ(payloads(installService, "remove"), c.removes);
     EXPECT_EQ(LogCapture::contains("'endInstall'") || LogCapture::contains(R"("endInstall")"),
@@ -127,24 +85,19 @@ TEST_P(Walk, QueriesInstallsRemovesAndEnds) {
     EXPECT_EQ(fileExists(ROLE_DIR_PRIVATE ROLE_FILE_NAME), serviceData);
 }
 
-const std::string FROM = "processEndPackageInfo: Called with failType ";
+const char ALL_FAILED[] = R"({"returnValue":true,"status":{"apps":[{"id":"a","details":)"
+                          R"({"state":"failed","progress":"0"}}]}})";
 
-// A current device, failed queries, refused, failed or unreported installs: the daemon's whole
-// provisioning runs on the simulator pin those.
+// A current device, two installs, failed queries, refused, failed or unreported installs: the
+// daemon's whole provisioning runs on the simulator pin those.
 // clang-format off
 const WalkCase WALK_CASES[] = {
-    {"TwoInstallsTheSecondAskedWhileTheFirstRuns", "INSTALL=a;b\n", {{"b", "0.9"}},
-     {{"a", "1.0"}, {"b", "1.0"}},
-     {listStatus({{{"a", "ipk download current", "50"}}, {{"b", "ipk download current", "20"}}}),
-      listStatus({{{"a", "installed", ""}}, {{"b", "installed", ""}}})},
-     {"a@0", "b@1", "com.velto.app.vyx@2", "com.velto.vyx.v001@2"}, {"a", "b"}, {},
-     FROM + "0 from installStatusCB", true},
-    {"AFailedInstallIsNoEnd", "INSTALL=a\n", {}, {{"a", "1.0"}}, {listStatus({{{"a", "failed", "0"}}})},
-     {"a@0", "com.velto.app.vyx@1", "com.velto.vyx.v001@1"}, {"a"}, {}, FROM + "0 from installStatusCB", false},
+    {"AFailedInstallIsNoEnd", "INSTALL=a\n", {{"a", "1.0"}}, ALL_FAILED,
+     {"a", "com.velto.app.vyx", "com.velto.vyx.v001"}, {"a"}, {}, false},
     {"ServiceDataBlankDeletesAndAnEmptyStatusList", "INSTALL=com.velto.vyx\nPURGELIST= p1 ; ;p2\n",
-     {}, {{"com.velto.vyx", "1.3"}}, {R"({"status":{"apps":[]}})"},
-     {"com.velto.vyx@0", "com.velto.app.vyx@1", "com.velto.vyx.v001@1"}, {"com.velto.vyx"},
-     {R"({"id":"p1"})", R"({"id":"p2"})"}, FROM + "0 from installStatusCB", false},
+     {{"com.velto.vyx", "1.3"}}, R"({"status":{"apps":[]}})",
+     {"com.velto.vyx", "com.velto.app.vyx", "com.velto.vyx.v001"}, {"com.velto.vyx"},
+     {R"({"id":"p1"})", R"({"id":"p2"})"}, false},
 };
 // clang-format on
 

@@ -90,11 +90,8 @@ void StoreServer::serve() {
             std::lock_guard<std::mutex> lock(m_mutex);
             m_requests.push_back(request);
         }
-        StoreReply reply = m_respond(request);
-        if (!reply.hangUp) {
-            std::string text = replyText(reply);
-            send(fd, text.data(), text.size(), MSG_NOSIGNAL);
-        }
+        std::string text = replyText(m_respond(request));
+        send(fd, text.data(), text.size(), MSG_NOSIGNAL);
         close(fd);
     }
 }

@@ -16,7 +16,6 @@ struct StoreReply {
     int status = 200;
     // The body, a transfer-encoding chunk each; none for no body at all.
     std::vector<std::string> chunks;
-    bool hangUp = false; // close without a word
 };
 
 class StoreServer {
