@@ -51,10 +51,6 @@ TEST_P(ConfigMethods, AnswerAndStartARunWhenSomethingChanged) {
     EXPECT_EQ(!fileExists(PROFILE_LIST_FILE), c.profileDeleted);
 }
 
-std::string negative(const std::string &text) {
-    return R"({"returnValue":false, "errorCode":-1, "errorText":")" + text + "\"}";
-}
-
 const char *const OLD = "[IPKG]\nINSTALL=old\n";
 const char *const NEW = "[IPKG]\nINSTALL=new\n";
 

@@ -23,6 +23,10 @@ inline const char DEMO_OFF[] = R"({"returnValue":true,"vyxStageRunning":false})"
 inline const char DEMO_ON[] = R"({"returnValue":true,"vyxStageRunning":true})";
 inline const char NOTHING_RUNNING[] = R"({"returnValue":true,"running":[]})";
 
+inline std::string negative(const std::string &text) {
+    return R"({"returnValue":false, "errorCode":-1, "errorText":")" + text + "\"}";
+}
+
 inline std::string demoStateReply(const char *state) {
     return std::string(R"({"returnValue":"true","state":")") + state + "\"}";
 }
@@ -54,10 +58,6 @@ inline const std::string PLAY_VIDEO =
 
 // Names parameterized cases after their row's "name".
 inline const auto rowName = [](const auto &info) { return std::string(info.param.name); };
-
-inline std::string closeOf(int pid) {
-    return R"({"processId":")" + std::to_string(pid) + "\"}";
-}
 
 } // namespace core
 

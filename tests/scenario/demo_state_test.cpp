@@ -102,7 +102,7 @@ const PrefCase PREF_CASES[] = {
 INSTANTIATE_TEST_SUITE_P(Cases, StoredPreference, testing::ValuesIn(PREF_CASES), rowName);
 
 std::string closed(int pid) {
-    return "close " + closeOf(pid);
+    return R"(close {"processId":")" + std::to_string(pid) + "\"}";
 }
 const std::string INIT = "launch " + INITIALIZE, START = "launch " + CORE_START;
 const std::string STOP = "launch " + CORE_STOP, EXIT = "launch " + DEMO_EXIT;

@@ -13,7 +13,6 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-// ---------------------------------------------------------------------------------------------
 // The run's end, without a store: no install list and no profile query
 
 struct EndCase {
@@ -63,9 +62,6 @@ const EndCase END_CASES[] = {
 // clang-format on
 
 INSTANTIATE_TEST_SUITE_P(Cases, RunEnd, testing::ValuesIn(END_CASES), rowName);
-
-// ---------------------------------------------------------------------------------------------
-// No connection
 
 TEST_F(ProvisionScenario, ConnectionWaitShowsItsShareAndGivesUpAfterAMinute) {
     connMgr.reply("/", "getstatus",

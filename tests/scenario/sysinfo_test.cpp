@@ -11,15 +11,13 @@
 
 namespace {
 
+using core::negative;
+
 const char DOWNLOAD_APP_INFO[] = "velto://com.velto.vyxService/downloadAppInfo";
 const char DETAILS_OK[] =
     R"({"returnValue":true, "details":{"token":"tok", "carrier":"VZW", "deviceId":"dev-1", )"
     R"("locale":"en_US", "serverUrl":"https://store.example", "alias":"a@b.c", "uniqueId":"u1"}})";
 const char FAILED[] = R"({"returnValue":false,"errorCode":7,"errorText":"nothing here"})";
-
-std::string negative(const std::string &text) {
-    return R"({"returnValue":false, "errorCode":-1, "errorText":")" + text + "\"}";
-}
 
 // Where each item is asked, in SystemInfoItem order.
 const struct {
