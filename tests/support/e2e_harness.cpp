@@ -170,10 +170,6 @@ std::string E2eTest::call(const std::string &uri, const std::string &payload, in
     return m_client->call(uri, payload, timeoutMs);
 }
 
-std::string E2eTest::sim(const std::string &method, const std::string &payload) {
-    return call("velto://com.velto.sim/" + method, payload);
-}
-
 std::vector<SimRecord> E2eTest::records(const std::string &kind) const {
     std::vector<SimRecord> out;
     for (const std::string &json : m_watch ? m_watch->replies() : std::vector<std::string>()) {

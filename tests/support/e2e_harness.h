@@ -49,8 +49,6 @@ class E2eTest : public BusTest {
     // Calls any method and returns its first reply ("" when none came).
     std::string call(const std::string &uri, const std::string &payload = "{}",
                      int timeoutMs = 5000);
-    // Calls a control method of the simulator.
-    std::string sim(const std::string &method, const std::string &payload = "{}");
 
     // Records received so far, of one kind or all.
     std::vector<SimRecord> records(const std::string &kind = "") const;
