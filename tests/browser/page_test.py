@@ -93,12 +93,10 @@ try:
     percents = []
     def climbing():
         text = by_id("popup").get_attribute("data-percent")  # set for "continueInstall" only
-        if text:
-            percent = int(text)
-            if not percents or percent != percents[-1]:
-                percents.append(percent)
-                time.sleep(1)  # the bar slides to its new width
-                shot("1-installing")
+        if text and (not percents or int(text) != percents[-1]):
+            percents.append(int(text))
+            time.sleep(1)  # the bar slides to its new width
+            shot("1-installing")
         return shown("demo-app")
     wait_for("the demonstration", climbing, 90)
     assert len(percents) >= 2 and max(percents) > percents[0], percents

@@ -1,15 +1,12 @@
 // Held calls of the real daemon on the simulated platform, answered when it ends for being idle.
-// The details "downloadAppInfo" gathers are pinned in-process (SysInfo), and what the simulator
-// plays of them reaches every install request of the provisioning runs. The command-line client
-// switches the demo mode in every provisioning run; what switching starts and stops is pinned
-// in-process (DemoSwitch), the display's part also by the browser test.
+// (The details "downloadAppInfo" gathers: scenario SysInfo and every provisioning run's install
+// requests; switching the demo mode: scenario DemoSwitch and every provisioning run's trigger.)
 #include <algorithm>
 
 #include "support/e2e_harness.h"
 
 namespace {
 
-const char DOWNLOAD_APP_INFO[] = "velto://com.velto.vyxService/downloadAppInfo";
 const char DEMO_STATE[] = "velto://com.velto.vyxService/demoState";
 
 using AccountServiceAbsent = E2eTest;
@@ -21,7 +18,7 @@ TEST_F(AccountServiceAbsent, RequestIsHeldThenAnsweredWithTheErrorAtIdleExit) {
     ASSERT_TRUE(startSim(shippedScenario("service-not-running.json")));
     ASSERT_TRUE(startDaemon());
     BusClient app;
-    ASSERT_TRUE(app.send(DOWNLOAD_APP_INFO, "{}"));
+    ASSERT_TRUE(app.send("velto://com.velto.vyxService/downloadAppInfo", "{}"));
     spinFor(12000);
     EXPECT_TRUE(app.replies().empty()) << app.replies()[0];
     EXPECT_EQ(waitForDaemonExit(0), -1);

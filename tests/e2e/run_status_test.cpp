@@ -10,7 +10,6 @@
 namespace {
 
 const char HISTORY[] = "/var/usr/velto/vyxstaged-runs.json";
-const char ROLE_COPY[] = "/var/velto/ks2/roles/pub/com.velto.vyx.service.json";
 const char RUN_STATUS[] = "velto://com.velto.vyxService/runStatus";
 const char EARLIER_RUN[] =
     R"({"started":1795000000,"trigger":"boot","toInstall":0,)"
@@ -39,16 +38,13 @@ TEST_F(RunStatus, HistoryOutlivesKillAndIdleExitAndARunIsFollowedLive) {
     EXPECT_EQ(readFile(HISTORY), seeded);
 
     // What a kill in the middle of a whole-file write leaves beside its target.
-    const std::string leftovers[] = {std::string(ROLE_COPY) + ".Ab12Cd",
+    const std::string leftovers[] = {"/var/velto/ks2/roles/pub/com.velto.vyx.service.json.Ab12Cd",
                                      std::string(HISTORY) + ".x9Y8z7"};
     for (const std::string &leftover : leftovers)
         writeFile(leftover, "half");
     ASSERT_TRUE(startDaemon());
-    for (const std::string &leftover : leftovers) {
-        EXPECT_FALSE(fileExists(leftover));
-        EXPECT_NE(daemonLog().find("removeWriteLeftovers: Removed " + rooted(leftover)),
-                  std::string::npos);
-    }
+    for (const std::string &leftover : leftovers) // which names count as leftovers: unit RunHistory
+        EXPECT_FALSE(fileExists(leftover)) << leftover;
     EXPECT_EQ(call(RUN_STATUS),
               std::string(R"({"returnValue":true,"running":false,"run":)") + EARLIER_RUN + "}");
 

@@ -1,11 +1,7 @@
 #include "support/e2e_harness.h"
 
-#include <glib.h>
-#include <glib/gstdio.h>
-
 #include <csignal>
 #include <functional>
-#include <sstream>
 
 #include "platform/json.h"
 
@@ -187,12 +183,9 @@ std::string E2eTest::daemonLog() const {
 }
 
 std::string E2eTest::dump() const {
-    std::ostringstream out;
-    out << "simulator records:\n";
+    std::string out = "simulator records:\n", log = daemonLog();
     for (const SimRecord &record : records())
-        out << "  " << record.json << "\n";
-    out << "daemon log (last 4000 bytes):\n";
-    std::string log = daemonLog();
-    out << (log.size() > 4000 ? log.substr(log.size() - 4000) : log);
-    return out.str();
+        out += "  " + record.json + "\n";
+    return out + "daemon log (last 4000 bytes):\n" +
+           log.substr(log.size() > 4000 ? log.size() - 4000 : 0);
 }
