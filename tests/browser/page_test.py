@@ -52,9 +52,8 @@ def wait_for(what, condition, limit=60):
 page = None
 try:
     start("vyxsim", "--web", scenario)
-    simlog = os.path.join(out, "vyxsim.log")
-    url = wait_for("the page's address", lambda: next(
-        (l.split()[-1] for l in open(simlog) if l.startswith("vyxsim: page ")), None), 15)
+    url = wait_for("the page's address", lambda: next((l.split()[-1] for l in open(
+        os.path.join(out, "vyxsim.log")) if l.startswith("vyxsim: page ")), None), 15)
     own = url.rstrip("/")
 
     # Only the page itself may drive the device, and bad input is answered, not obeyed.

@@ -246,9 +246,10 @@ TEST_P(ProvisioningRun, EndsAsTheScenarioDemands) {
         waitUntil(lastShown, last, 10000);
     } else {
         // A run that stays open: nothing may end it early, and the service keeps answering.
-        if (row.failType >= 0)
+        if (row.failType >= 0) {
             ASSERT_TRUE(watch([&] { return daemonLog().find(failed) != std::string::npos; },
                               "end of the install phase"));
+        }
         gint64 until = g_get_monotonic_time() + 8 * G_USEC_PER_SEC;
         ASSERT_TRUE(watch([&] { return g_get_monotonic_time() > until; }, "8 s"));
         EXPECT_EQ(waitForDaemonExit(0), -1) << "the daemon ended";
@@ -323,8 +324,9 @@ TEST_P(ProvisioningRun, EndsAsTheScenarioDemands) {
         EXPECT_FALSE(fileExists("/var/usr/velto/vyxstageprofile.list"));
     for (const char *dir : {"/var/velto/ks2/roles/prv/", "/var/velto/ks2/roles/pub/"}) {
         std::string copy = std::string(dir) + "com.velto.vyx.service.json";
-        if (row.trigger == SwitchOn || fileExists(copy))
+        if (row.trigger == SwitchOn || fileExists(copy)) {
             EXPECT_EQ(readFile(copy), readFile(ROLE_SOURCE)) << copy;
+        }
     }
 
     if (auto it = told.find(row.name); it != told.end()) {
