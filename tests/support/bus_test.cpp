@@ -9,39 +9,25 @@
 #include "platform/host.h"
 #include "platform/log.h"
 
-static std::vector<LogLine> s_lines;
-
 static void captureLine(int priority, const char *line, void *) {
-    s_lines.push_back({priority, line});
+    LogCapture::captured.push_back({priority, line});
 }
 
-void LogCapture::clear() {
-    s_lines.clear();
-}
-const std::vector<LogLine> &LogCapture::lines() {
-    return s_lines;
-}
-
-static bool anyLine(const std::function<bool(const LogLine &)> &match) {
-    return std::ranges::any_of(s_lines, match);
-}
 bool LogCapture::has(int priority, const std::string &text) {
-    return anyLine([&](const LogLine &l) { return l.priority == priority && l.text == text; });
-}
-bool LogCapture::hasText(const std::string &text) {
-    return anyLine([&](const LogLine &l) { return l.text == text; });
+    return std::ranges::count(captured, LogLine{priority, text}) > 0;
 }
 bool LogCapture::contains(const std::string &fragment) {
-    return anyLine([&](const LogLine &l) { return l.text.find(fragment) != std::string::npos; });
+    return std::ranges::any_of(
+        captured, [&](const LogLine &l) { return l.text.find(fragment) != std::string::npos; });
 }
 int LogCapture::count(const std::string &text) {
     return static_cast<int>(
-        std::ranges::count_if(s_lines, [&](const LogLine &l) { return l.text == text; }));
+        std::ranges::count_if(captured, [&](const LogLine &l) { return l.text == text; }));
 }
 
 std::string LogCapture::dump() {
     std::ostringstream out;
-    for (const LogLine &line : s_lines)
+    for (const LogLine &line : captured)
         out << "  [" << line.priority << "] " << line.text << "\n";
     return out.str();
 }
@@ -94,7 +80,7 @@ void spinFor(int milliseconds) {
 void LogTest::SetUp() {
     setenv("VYXSTAGED_LOG_LEVEL", "debug", 1); // whatever the shell running the tests asks
     vyxLogSetSink(captureLine, nullptr);
-    s_lines.clear();
+    LogCapture::clear();
 }
 
 void LogTest::TearDown() {

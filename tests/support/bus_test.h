@@ -21,14 +21,16 @@ struct LogLine {
     }
 };
 
+// What the daemon logged since the test's start or the last clear().
 class LogCapture {
   public:
-    static void clear();
-    static const std::vector<LogLine> &lines();
-    static bool has(int priority, const std::string &text); // exact line
-    static bool hasText(const std::string &text);           // exact line, any priority
-    static bool contains(const std::string &fragment);      // a line containing it
-    static int count(const std::string &text);              // exact lines
+    static inline std::vector<LogLine> captured;
+    static void clear() { captured.clear(); }
+    static const std::vector<LogLine> &lines() { return captured; }
+    static bool has(int priority, const std::string &text);                  // exact line
+    static bool hasText(const std::string &text) { return count(text) > 0; } // any priority
+    static bool contains(const std::string &fragment);                       // a line containing it
+    static int count(const std::string &text);                               // exact lines
     static std::string dump();
 };
 

@@ -92,10 +92,6 @@ std::vector<RecordedCall> FakeService::calls(const std::string &method) const {
     return found;
 }
 
-int FakeService::count(const std::string &method) const {
-    return static_cast<int>(calls(method).size());
-}
-
 std::string FakeService::lastPayload(const std::string &method) const {
     auto found = calls(method);
     return found.empty() ? "" : found.back().payload;

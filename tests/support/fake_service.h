@@ -37,7 +37,7 @@ class FakeService {
     void stop();  // gives the name up: callers then get the "not running" reply
 
     std::vector<RecordedCall> calls(const std::string &method) const;
-    int count(const std::string &method) const;
+    int count(const std::string &method) const { return static_cast<int>(calls(method).size()); }
     std::string lastPayload(const std::string &method) const;
 
     // Every call received by any fake, in arrival order.
