@@ -6,11 +6,6 @@
 
 static std::map<BusHandle *, FakeService *> s_registry;
 
-std::vector<RecordedCall> &FakeService::all() {
-    static std::vector<RecordedCall> calls;
-    return calls;
-}
-
 FakeService &FakeService::reply(const std::string &category, const std::string &method,
                                 std::string payload) {
     return handle(category, method, [payload](BusHandle *handle, BusMessage *message) {

@@ -10,10 +10,7 @@
 #include "platform/bus.h"
 
 struct RecordedCall {
-    std::string service;
-    std::string category;
-    std::string method;
-    std::string payload;
+    std::string service, category, method, payload;
 };
 
 class FakeService {
@@ -41,10 +38,11 @@ class FakeService {
     std::string lastPayload(const std::string &method) const;
 
     // Every call received by any fake, in arrival order.
-    static std::vector<RecordedCall> &all();
+    static std::vector<RecordedCall> &all() { return s_all; }
 
   private:
     static bool dispatch(BusHandle *handle, BusMessage *message, void *context);
+    static inline std::vector<RecordedCall> s_all;
 
     std::string m_name;
     BusHandle *m_handle = nullptr;

@@ -1,11 +1,12 @@
-#include "platform/json.h"
-
-#include <gtest/gtest.h>
-
+// The platform layer: the JSON parser, the log's levels and the bus's wire contract.
 #include <glib.h>
+#include <stdlib.h>
 #include <string.h>
 
-#include <string>
+#include "bus_test.h"
+#include "fake_service.h"
+#include "platform/json.h"
+#include "platform/log.h"
 
 namespace {
 
@@ -37,13 +38,13 @@ void expectSoundTree(const JsonNode *node, const JsonNode *parent = nullptr) {
 TEST(JsonParse, CorpusVerdictsMatchTheFilePrefix) {
     g_autoptr(GDir) dir = g_dir_open(corpusDir().c_str(), 0, nullptr);
     ASSERT_TRUE(dir);
-    int counted[3] = {};
+    int files = 0;
     while (const char *name = g_dir_read_name(dir)) {
         const char *verdicts = "yni";
         const char *kind = strchr(verdicts, name[0]);
         if (!kind || name[1] != '_' || !g_str_has_suffix(name, ".json"))
             continue;
-        counted[kind - verdicts]++;
+        files++;
         g_autofree char *text = nullptr;
         std::string path = corpusDir() + "/" + name;
         ASSERT_TRUE(g_file_get_contents(path.c_str(), &text, nullptr, nullptr)) << path;
@@ -56,8 +57,7 @@ TEST(JsonParse, CorpusVerdictsMatchTheFilePrefix) {
         if (tree)
             expectSoundTree(tree.get());
     }
-    EXPECT_GE(counted[0], 90);
-    EXPECT_GE(counted[1], 180);
+    EXPECT_GE(files, 300); // the corpus is there
 }
 
 // Written back, a parsed tree reads as the document it came from: types, order, duplicate keys,
@@ -126,6 +126,119 @@ TEST(JsonLookup, FindsMembersByRawKey) {
     JsonTree array = jsonParse(R"(["flag"])");
     EXPECT_EQ(json_find_first_label(array.get(), "flag"), nullptr);
     EXPECT_FALSE(json_get_bool(nullptr, "flag", nullptr));
+}
+
+struct LevelCase {
+    const char *name;
+    const char *level; // VYXSTAGED_LOG_LEVEL, unset when null
+    bool onHost;       // VYXSTAGED_ROOT set
+    int lowest;        // the least urgent priority still wanted
+};
+
+class LogLevel : public testing::TestWithParam<LevelCase> {};
+
+TEST_P(LogLevel, FormatsOnlyTheWantedLines) {
+    const LevelCase &c = GetParam();
+    c.level ? setenv("VYXSTAGED_LOG_LEVEL", c.level, 1) : unsetenv("VYXSTAGED_LOG_LEVEL");
+    c.onHost ? setenv("VYXSTAGED_ROOT", "/nonexistent", 1) : unsetenv("VYXSTAGED_ROOT");
+    std::vector<int> seen, expected;
+    vyxLogSetSink([](int priority, const char *,
+                     void *seen) { static_cast<std::vector<int> *>(seen)->push_back(priority); },
+                  &seen);
+    for (int priority = LOG_EMERG; priority <= LOG_DEBUG; priority++) {
+        vyxLog(priority, "%d", priority);
+        if (priority <= c.lowest)
+            expected.push_back(priority);
+    }
+    vyxLogSetSink(nullptr, nullptr);
+    EXPECT_EQ(seen, expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, LogLevel,
+    testing::Values(LevelCase{"EverythingOnAHost", nullptr, true, LOG_DEBUG},
+                    LevelCase{"EverythingOnADevice", nullptr, false, LOG_DEBUG},
+                    LevelCase{"NamedLevel", "err", true, LOG_ERR},
+                    LevelCase{"NameInAnyCase", "Warning", false, LOG_WARNING},
+                    LevelCase{"MostUrgentOnly", "emerg", true, LOG_EMERG},
+                    LevelCase{"UnknownNameKeepsTheDefault", "error", false, LOG_DEBUG}),
+    [](const testing::TestParamInfo<LevelCase> &info) { return std::string(info.param.name); });
+
+// Every scenario test calls categories and methods through this layer; what they never reach is
+// below. What a process sends on its way out, its connection closing right after, is met by the
+// connection manager's shutdown and by held calls answered at the daemon's exit.
+class BusContract : public BusTest {
+  protected:
+    void SetUp() override {
+        BusTest::SetUp();
+        service.handle("/", "three", [](BusHandle *h, BusMessage *m) {
+            for (const char *reply : {"{\"n\":1}", "{\"n\":2}", "{\"n\":3}"})
+                KSMessageReply(h, m, reply, nullptr);
+        });
+        service.handle("/", "echo", [](BusHandle *h, BusMessage *m) {
+            KSMessageReply(h, m, "{\"t\":\"caf\xe9\"}", nullptr);
+        });
+        service.handle("/", "drop", [](BusHandle *, BusMessage *) {});
+        ASSERT_TRUE(service.start());
+    }
+    void TearDown() override {
+        service.stop();
+        BusTest::TearDown();
+    }
+    FakeService service{"com.example.contract"};
+};
+
+// Only a call whose payload subscribes at its top level hears the replies after the first.
+TEST_F(BusContract, LaterRepliesReachOnlySubscriptions) {
+    const char *const payloads[] = {"{\"subscribe\":true}", "{\"subscribe\":false}", "{}",
+                                    "[{\"subscribe\":true}]"};
+    for (const char *payload : payloads) {
+        size_t expected = payload == payloads[0] ? 3 : 1;
+        SCOPED_TRACE(payload);
+        BusClient client;
+        ASSERT_TRUE(client.send("velto://com.example.contract/three", payload));
+        ASSERT_TRUE(waitUntil([&] { return client.replies().size() >= expected; }, "replies"));
+        spinFor(100);
+        ASSERT_EQ(client.replies().size(), expected);
+        EXPECT_EQ(client.replies()[0], "{\"n\":1}");
+        EXPECT_EQ(client.replies().back(), expected == 3 ? "{\"n\":3}" : "{\"n\":1}");
+    }
+}
+
+// An unknown method, and a call dropped unanswered once its service leaves.
+TEST_F(BusContract, OtherBusErrorsCarryTheirMessage) {
+    const std::string error = "{\"returnValue\":false,\"errorCode\":-1,\"errorText\":";
+    BusClient client;
+    std::string unknown = client.call("velto://com.example.contract/nosuch", "{}");
+    EXPECT_EQ(unknown.rfind(error + "\"", 0), 0u) << unknown;
+    EXPECT_EQ(unknown.find("serviceName"), std::string::npos);
+    // GDBus quotes names with typographic quotes: the text must still be valid JSON.
+    EXPECT_TRUE(jsonParse(unknown.c_str())) << unknown;
+
+    ASSERT_TRUE(client.send("velto://com.example.contract/drop", "{}"));
+    ASSERT_TRUE(waitUntil([&] { return service.count("drop") == 1; }, "the call"));
+    spinFor(100);
+    EXPECT_EQ(client.replies().size(), 1u);
+    service.stop();
+    ASSERT_TRUE(waitUntil([&] { return client.replies().size() == 2; }, "the bus's error"));
+    EXPECT_EQ(client.replies()[1].rfind(error, 0), 0u) << client.replies()[1];
+}
+
+TEST_F(BusContract, PayloadThatIsNotUtf8IsRepairedNotDropped) {
+    BusClient client;
+    std::string reply = client.call("velto://com.example.contract/echo", "{\"t\":\"\xff\xfe\"}");
+    EXPECT_TRUE(g_utf8_validate(reply.c_str(), -1, nullptr));
+    EXPECT_EQ(reply.rfind("{\"t\":\"caf", 0), 0u) << reply;
+    EXPECT_TRUE(g_utf8_validate(service.lastPayload("echo").c_str(), -1, nullptr));
+}
+
+TEST_F(BusContract, SecondOwnerOfANameIsRefused) {
+    BusHandle *second = nullptr;
+    BusError error;
+    KSErrorInit(&error);
+    EXPECT_FALSE(KSRegister("com.example.contract", &second, &error));
+    EXPECT_EQ(second, nullptr);
+    KSErrorFree(&error);
 }
 
 } // namespace
