@@ -7,7 +7,6 @@
 #include <sstream>
 
 #include "platform/host.h"
-#include "platform/log.h"
 
 static void captureLine(int priority, const char *line, void *) {
     LogCapture::captured.push_back({priority, line});
@@ -31,11 +30,6 @@ std::string LogCapture::dump() {
         out << "  [" << line.priority << "] " << line.text << "\n";
     return out.str();
 }
-
-int64_t FakeHost::now = 1700000000;
-std::vector<unsigned> FakeHost::sleeps;
-int FakeHost::exits = 0;
-int FakeHost::lastExitStatus = -1;
 
 void FakeHost::install() {
     static const HostSeams seams = {[] { return now; },
@@ -81,10 +75,6 @@ void LogTest::SetUp() {
     setenv("VYXSTAGED_LOG_LEVEL", "debug", 1); // whatever the shell running the tests asks
     vyxLogSetSink(captureLine, nullptr);
     LogCapture::clear();
-}
-
-void LogTest::TearDown() {
-    vyxLogSetSink(nullptr, nullptr);
 }
 
 void RootTest::SetUp() {

@@ -11,6 +11,7 @@
 #include <gio/gio.h>
 
 #include "platform/bus.h"
+#include "platform/log.h"
 
 struct LogLine {
     int priority;
@@ -37,10 +38,10 @@ class LogCapture {
 // The fake host: time moves only when a test or a blocking pause moves it.
 struct FakeHost {
     static void install();
-    static int64_t now;
-    static std::vector<unsigned> sleeps;
-    static int exits;
-    static int lastExitStatus;
+    static inline int64_t now = 1700000000;
+    static inline std::vector<unsigned> sleeps;
+    static inline int exits = 0;
+    static inline int lastExitStatus = -1;
     static void advance(int64_t seconds) { now += seconds; }
 };
 
@@ -54,7 +55,7 @@ void spinFor(int milliseconds);
 class LogTest : public ::testing::Test {
   protected:
     void SetUp() override;
-    void TearDown() override;
+    void TearDown() override { vyxLogSetSink(nullptr, nullptr); }
 };
 
 // Modules that read and write files but need no bus: a root directory of their own and the fake

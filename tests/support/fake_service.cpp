@@ -13,12 +13,6 @@ FakeService &FakeService::reply(const std::string &category, const std::string &
     });
 }
 
-FakeService &FakeService::handle(const std::string &category, const std::string &method,
-                                 Responder responder) {
-    m_responders[category][method] = std::move(responder);
-    return *this;
-}
-
 FakeService &FakeService::silent(const std::string &category, const std::string &method) {
     // Holding a reference keeps the call unanswered until the service stops.
     return handle(category, method, [this](BusHandle *, BusMessage *message) {

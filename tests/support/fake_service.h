@@ -25,8 +25,10 @@ class FakeService {
 
     // category is "/" or "/cat"; the fixed reply is sent as it is.
     FakeService &reply(const std::string &category, const std::string &method, std::string payload);
-    FakeService &handle(const std::string &category, const std::string &method,
-                        Responder responder);
+    FakeService &handle(const std::string &category, const std::string &method, Responder r) {
+        m_responders[category][method] = std::move(r);
+        return *this;
+    }
     // Sends no reply at all: the caller's callback never runs.
     FakeService &silent(const std::string &category, const std::string &method);
 
