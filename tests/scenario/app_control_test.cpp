@@ -1,12 +1,7 @@
 // What the demonstration and core applications receive through the application manager: the
 // demo actions, and the pop-ups paced through the one-slot queue.
 #include "core_fixture.h"
-
-#include <algorithm>
-
 #include "provision/download.h"
-#include "sysinfo/download_info.h"
-#include "sysinfo/sysinfo.h"
 
 using namespace core;
 
@@ -106,24 +101,5 @@ const QueueCase QUEUE_CASES[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(Cases, PopupSlot, testing::ValuesIn(QUEUE_CASES), rowName);
-
-// A demo action that fails: the demonstration application is missing. Before the system
-// information is in, the end-to-end boot with the demonstration missing covers it.
-
-const char NOT_INSTALLED[] = R"({"returnValue":false,"errorCode":-1,"errorText":"not installed"})";
-
-TEST_F(AppControl, FailedLaunchWithSystemInformationAsksForThePackages) {
-    demoLaunchReply = NOT_INSTALLED;
-    startWithDemo(DEMO_OFF);
-    requestSystemInfo();
-    ASSERT_TRUE(waitUntil([] { return isAllSystemInfoPresent("test"); }, "system information"));
-    spinFor(50);
-    int listings = appManager.count("listPackages");
-    launchVYXAction("initialize", nullptr, nullptr);
-    ASSERT_TRUE(waitUntil([&] { return appManager.count("listPackages") == listings + 1; },
-                          "the package listing"));
-    EXPECT_EQ(isVyxAppPresent(), 0);
-    EXPECT_FALSE(isRunLocalFileDownload());
-}
 
 } // namespace

@@ -76,8 +76,8 @@ TEST_F(ConnMgr, UpdatesSetTheAvailabilityAsk1xOnceOffWifiAndRefusalResubscribes)
 
     // A refusal cancels the subscription and forgets the availability; the next need remakes it.
     update(R"({"returnValue":false,"errorCode":3,"errorText":"busy"})");
-    ASSERT_TRUE(waitUntil([&] { return connMgr.lastPayload("getstatus") == CANCEL; },
-                          "the cancel"));
+    ASSERT_TRUE(
+        waitUntil([&] { return connMgr.lastPayload("getstatus") == CANCEL; }, "the cancel"));
     subscription = (KSMessageUnref(subscription), nullptr);
     subscribe();
     EXPECT_EQ(connMgr.count("getstatus"), 3);
@@ -96,16 +96,6 @@ TEST_F(ConnMgr, ShutdownWithdraws1xBeforeCancelling) {
     std::string log = LogCapture::dump();
     EXPECT_LT(log.find(R"(Params: {"value": false})"), log.find("Shutdown Connection Manager"));
     EXPECT_FALSE(shutdownConnMgr());
-}
-
-TEST_F(ConnMgr, AbsentConnectionManagerCountsAsSubscribed) {
-    connMgr.stop();
-    getConnectionStatus(true);
-    ASSERT_TRUE(waitUntil([] { return LogCapture::contains("connMgrCB: Ignoring response"); },
-                          "the not-running reply"));
-    EXPECT_EQ(getConnectionStatus(true), -1);
-    EXPECT_EQ(LogCapture::count("initializeConnMgr: About to request Connection Manager updates"),
-              1);
 }
 
 } // namespace

@@ -10,13 +10,6 @@ using namespace core;
 
 namespace {
 
-const char ACTIVITY[] =
-    R"({"activity":{"name": "com.velto.vyxService-power","description": "Activity power trigger",)"
-    R"("trigger": {"method": "velto://com.velto.display/control/status","params": {"subscribe" : true },)"
-    R"("where": {"prop" :"event","op" :"!=","val" :"request" }},)"
-    R"("callback": {"method": "velto://com.velto.vyxService/displayChange", "params": {}},)"
-    R"("type":{"foreground":true}},"start": true,"replace": true,})";
-
 const std::string POWER = launchOf("com.velto.app.vyx", R"("action":"power" )");
 
 std::string trigger(const std::string &members) {
@@ -76,11 +69,5 @@ const DisplayCase CASES[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(Cases, DisplayChange, testing::ValuesIn(CASES), rowName);
-
-TEST_F(CoreScenario, ActivityIsCreatedWithTheExactPayload) {
-    startWithDemo(DEMO_ON);
-    ASSERT_TRUE(waitUntil([&] { return activities.count("create") >= 1; }, "the activity"));
-    EXPECT_EQ(activities.lastPayload("create"), ACTIVITY);
-}
 
 } // namespace

@@ -74,18 +74,4 @@ TEST_P(ProfileQuery, RequestAndReply) {
 
 INSTANTIATE_TEST_SUITE_P(Store, ProfileQuery, ::testing::ValuesIn(PROFILE_CASES), core::rowName);
 
-TEST_F(RootTest, SavedProfileListIsReplacedWholeAndRemovedWhenEmpty) {
-    writeFile(PROFILE_LIST_FILE, "old;and;longer");
-    g_auto(GStrv) entries = g_strsplit("x;y", ";", -1);
-    EXPECT_TRUE(saveProfileFileList(entries));
-    EXPECT_EQ(readFile(PROFILE_LIST_FILE), "x;y");
-    EXPECT_TRUE(LogCapture::has(LOG_DEBUG, "saveProfileFileList: Saved: x;y"));
-    g_auto(GStrv) none = g_strsplit("", ";", -1);
-    EXPECT_TRUE(saveProfileFileList(none));
-    EXPECT_FALSE(fileExists(PROFILE_LIST_FILE));
-    writeFile(PROFILE_LIST_FILE, "x");
-    EXPECT_TRUE(saveProfileFileList(nullptr));
-    EXPECT_FALSE(fileExists(PROFILE_LIST_FILE));
-}
-
 } // namespace

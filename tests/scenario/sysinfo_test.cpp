@@ -1,6 +1,5 @@
 // The five system-information items and "downloadAppInfo": the whole daemon in-process, the
 // platform services played by fakes, the demonstration application played by a bus client.
-#include <signal.h>
 
 #include <algorithm>
 #include <memory>
@@ -156,44 +155,5 @@ const ItemCase ITEM_CASES[] = {
 // clang-format on
 
 INSTANTIATE_TEST_SUITE_P(Replies, ItemReply, testing::ValuesIn(ITEM_CASES), core::rowName);
-
-class GatheringEnd : public SysInfo {
-  protected:
-    // The gathering's own listing, plus one when the parked download starts (left unanswered,
-    // so the run goes no further).
-    void parkedDownload(const char *outcome, int listings) {
-        appManager.silent("/", "listPackages");
-        setRunLocalFileDownload(true);
-        requestSystemInfo();
-        ASSERT_TRUE(waitUntil([&] { return LogCapture::hasText(outcome); }, outcome));
-        ASSERT_TRUE(
-            waitUntil([&] { return appManager.count("listPackages") == listings; }, "list"));
-        spinFor(50);
-        EXPECT_EQ(appManager.count("listPackages"), listings);
-        EXPECT_FALSE(isRunLocalFileDownload());
-    }
-};
-
-// The idle exit's answer is pinned end to end (AccountServiceAbsent); a signal answers too.
-TEST_F(SysInfo, SignalAnswersAHeldRequest) {
-    hold(SI_ACCOUNT_TOKEN);
-    BusClient app;
-    ASSERT_TRUE(app.send(DOWNLOAD_APP_INFO, "{}"));
-    ASSERT_TRUE(waitUntil([] { return logged("serverUrlCB: payload"); }, "the other items"));
-    sigproc(SIGINT);
-    ASSERT_TRUE(waitUntil([&] { return !app.replies().empty(); }, "the reply"));
-    EXPECT_EQ(app.replies()[0], negative("Timeout in service"));
-    EXPECT_EQ(FakeHost::exits, 1);
-    EXPECT_EQ(FakeHost::lastExitStatus, 0);
-}
-
-TEST_F(GatheringEnd, DemoOffStopsAParkedDownloadAfterASuccessfulGathering) {
-    parkedDownload("sendSystemInfo: Demo status is OFF, file download stopped", 1);
-}
-
-TEST_F(GatheringEnd, FailedGatheringStartsAParkedDownloadWhateverTheDemo) {
-    answer(SI_ACCOUNT_TOKEN, FAILED);
-    parkedDownload("sendDownloadErrorResponse called, starting file download", 2);
-}
 
 } // namespace
