@@ -6,6 +6,7 @@
 #include <map>
 
 #include "common/files.h"
+#include "store/profile.h"
 #include "store_server.h"
 
 using namespace core;
@@ -63,6 +64,7 @@ TEST_P(Walk, QueriesInstallsRemovesAndEnds) {
                    R"({"returnValue":true,"serverUrl":")" + store.url() + "\"}");
     installService.reply("/", "status", c.status);
     writeFile(ROLE_FILE_SOURCE, "{\"role\":{}}");
+    writeFile(PROFILE_LIST_FILE, "com.acme.old"); // the profile is skipped: an empty list
     writeFile(CONFIG, "[IPKG]\nSKIPONRAMP=true\n" + c.config);
     startRun(false);
     const std::string end = "processEndPackageInfo: Called with failType 0 from installStatusCB";
@@ -83,6 +85,7 @@ TEST_P(Walk, QueriesInstallsRemovesAndEnds) {
     bool serviceData =
         std::find(installs.begin(), installs.end(), "com.velto.vyx") != installs.end();
     EXPECT_EQ(fileExists(ROLE_DIR_PRIVATE ROLE_FILE_NAME), serviceData);
+    EXPECT_FALSE(fileExists(PROFILE_LIST_FILE));
 }
 
 const char ALL_FAILED[] = R"({"returnValue":true,"status":{"apps":[{"id":"a","details":)"

@@ -1,9 +1,5 @@
 // The five system-information items and "downloadAppInfo": the whole daemon in-process, the
 // platform services played by fakes, the demonstration application played by a bus client.
-
-#include <algorithm>
-#include <memory>
-
 #include "core_fixture.h"
 #include "sysinfo/download_info.h"
 #include "sysinfo/sysinfo.h"
