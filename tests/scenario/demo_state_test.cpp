@@ -120,9 +120,9 @@ struct SwitchCase {
     const char *write;                    // the preference write the call causes, or null
     std::vector<std::string> appRequests; // launches and closes that follow
     const char *stateAfter;
-    int effects;         // of ROLES, PROFILE and DOWNLOAD
-    std::string running; // the application manager's list; by default the first use and the
-                         // phone application run, and the demonstration when it is on
+    int effects;           // of ROLES, PROFILE and DOWNLOAD
+    std::string running{}; // the application manager's list; by default the first use and the
+                           // phone application run, and the demonstration when it is on
     friend void PrintTo(const SwitchCase &c, std::ostream *os) { *os << c.name; }
 };
 

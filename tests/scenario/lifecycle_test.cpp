@@ -55,6 +55,18 @@ TEST_F(RunningService, StartsWithAShortExitTimerAndReadsThePreference) {
               "{\"keys\":[\"vyxStageRunning\", \"vyxStageDetails\"]}");
 }
 
+// Old applications still call these; the reply is their contract, the payload never read.
+TEST_F(RunningService, RetiredMethodsSayTheyAreNoLongerSupported) {
+    for (const char *method :
+         {"setUserInput", "timedout", "tapped", "closetutorial", "sendDownloadStatus"}) {
+        SCOPED_TRACE(method);
+        stopExitTimer(getExitTimer());
+        EXPECT_EQ(call(method, "not json"),
+                  core::negative("Method no longer supported by vyxService."));
+        EXPECT_EQ(getExitTimer()->interval, 10000u);
+    }
+}
+
 TEST_F(RunningService, RepeatFlagPostponesTheFirstExpiryOnly) {
     setRepeatTimer(true);
     exitTimerCB(getExitTimer());

@@ -2,6 +2,7 @@
 // what is new or changed, and how the demonstration application is started.
 #include "provision_fixture.h"
 
+#include "platform/curl_dl.h"
 #include "provision/config.h"
 #include "store/app_listing.h"
 
@@ -84,6 +85,19 @@ TEST_F(ProvisionScenario, ConnectionWaitShowsItsShareAndGivesUpAfterAMinute) {
     EXPECT_TRUE(LogCapture::has(LOG_ALERT, "statusTimerCB: Give up waiting for internet access"));
     EXPECT_TRUE(LogCapture::hasText("processEndPackageInfo: Called with failType 2 from "
                                     "statusTimerCB"));
+}
+
+TEST_F(ProvisionScenario, WithoutTheStoreLibraryTheRunEndsAsWithoutAHandle) {
+    curlSetLibraryName("libvyx-absent.so.0");
+    writeFile(CONFIG, "[IPKG]\nINSTALL=x\n");
+    startRun(false);
+    ASSERT_TRUE(waitUntil([&] { return popups().size() == 2; }, "the run's last pop-up"));
+    EXPECT_TRUE(LogCapture::has(LOG_ERR,
+                                "curlOpen: Can't load libvyx-absent.so.0: libvyx-absent.so.0: "
+                                "cannot open shared object file: No such file or directory"))
+        << LogCapture::dump();
+    EXPECT_TRUE(LogCapture::hasText("checkOnRampInfo: No curl handle"));
+    EXPECT_EQ(popups(), (Lines{"check", "failConnect"}));
 }
 
 } // namespace
