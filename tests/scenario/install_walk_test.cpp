@@ -14,8 +14,6 @@ using namespace prov;
 
 namespace {
 
-using Lines = std::vector<std::string>;
-
 const char VIDEO[] = "com.velto.vyx.v001"; // of the fake device's hardware
 
 std::string textAfter(const std::string &text, const std::string &marker) {

@@ -10,6 +10,8 @@
 
 namespace prov {
 
+using Lines = std::vector<std::string>;
+
 inline const char CONFIG[] = "/usr/velto/vyxstage/vyxstage.conf";
 inline const char DYNAMIC[] = "/var/usr/velto/vyxstage.conf";
 inline const char CARRIER[] = "/usr/velto/vyxstage/carrier.conf";

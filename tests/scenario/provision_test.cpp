@@ -11,10 +11,7 @@ using namespace prov;
 
 namespace {
 
-using Lines = std::vector<std::string>;
-
-// The run's end, without a store: no install list and no profile query
-
+// The run's end, without a store: no install list and no profile query.
 struct EndCase {
     const char *name;
     bool forTheDemo;

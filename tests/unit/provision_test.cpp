@@ -12,8 +12,6 @@ using namespace prov;
 
 namespace {
 
-using Lines = std::vector<std::string>;
-
 struct ConfigCase {
     const char *name;
     std::vector<std::pair<const char *, std::string>> files;
