@@ -25,6 +25,6 @@ void setDownloadStateMode(DownloadStateMode mode, const char *caller,
         expectDownloadStateMode(expected, caller);
     vyxLog(LOG_DEBUG, "%s: Download state mode changed from %d to %d", logText(caller),
            static_cast<int>(s_StateMode), static_cast<int>(mode));
-    runRecordMode(s_StateMode, mode);
+    runRecordMode(mode);
     s_StateMode = mode;
 }

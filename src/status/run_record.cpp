@@ -2,6 +2,7 @@
 
 #include <glib.h>
 
+#include <optional>
 #include <vector>
 
 #include "platform/host.h"
@@ -50,7 +51,7 @@ struct Record {
     StoreResult store;
 };
 
-Record *s_run = nullptr;
+std::optional<Record> s_run; // the open run, or the ended one until its event is over
 bool s_bootExpected = false;
 guint s_finishSource = 0; // the run ended; its record is closed once the current event is over
 std::string s_lastSignature;
@@ -318,8 +319,7 @@ void finish(const char *endedBy) {
     if (!s_run)
         return;
     std::string json = recordJson(*s_run, endedBy, true);
-    delete s_run;
-    s_run = nullptr;
+    s_run.reset();
     s_lastSignature.clear();
     runHistoryAppend(json);
     runStatusChanged(json, true);
@@ -329,6 +329,14 @@ gboolean finishWhenIdle(gpointer) {
     s_finishSource = 0;
     finish(nullptr);
     return G_SOURCE_REMOVE;
+}
+
+// The store walk and the removals each name the package they are at, and where it stands.
+void atPackage(RunPhase phase, const char *packageId, int offset, unsigned count) {
+    s_run->phase = phase;
+    s_run->package = packageId ? packageId : "";
+    s_run->offset = offset;
+    s_run->count = count;
 }
 
 InstallEntry *findInstall(const char *packageId) {
@@ -363,14 +371,14 @@ void runRecordBegin(RunTrigger why) {
         finish(nullptr);
     if (s_run)
         return;
-    s_run = new Record;
+    s_run.emplace();
     s_run->trigger = why == RunTrigger::FailedLaunch && s_bootExpected ? RunTrigger::Boot : why;
     s_bootExpected = false;
     s_run->started = hostNowSeconds();
     changed();
 }
 
-void runRecordMode(int, int to) {
+void runRecordMode(DownloadStateMode to) {
     if (to != DSM_IDLE && (!s_run || s_finishSource))
         runRecordBegin(RunTrigger::FailedLaunch);
     if (!s_run)
@@ -412,10 +420,7 @@ void runRecordPhase(RunPhase phase) {
 void runRecordStoreQuery(const char *packageId, int offset, unsigned count) {
     if (!s_run)
         return;
-    s_run->phase = RunPhase::AskingStore;
-    s_run->package = packageId ? packageId : "";
-    s_run->offset = offset;
-    s_run->count = count;
+    atPackage(RunPhase::AskingStore, packageId, offset, count);
     s_run->unasked = offset >= 0 && static_cast<unsigned>(offset) < count ? count - offset - 1 : 0;
     changed();
 }
@@ -484,10 +489,7 @@ void runRecordInstallProgress(const char *packageId, int code, unsigned percent)
 void runRecordRemove(const char *packageId, int offset, unsigned count) {
     if (!s_run)
         return;
-    s_run->phase = RunPhase::Removing;
-    s_run->package = packageId ? packageId : "";
-    s_run->offset = offset;
-    s_run->count = count;
+    atPackage(RunPhase::Removing, packageId, offset, count);
     changed();
 }
 
@@ -548,8 +550,7 @@ void runRecordReset() {
     if (s_finishSource)
         g_source_remove(s_finishSource);
     s_finishSource = 0;
-    delete s_run;
-    s_run = nullptr;
+    s_run.reset();
     s_bootExpected = false;
     s_lastSignature.clear();
 }

@@ -8,6 +8,8 @@
 
 #include <string>
 
+#include "provision/run.h"
+
 enum class RunTrigger {
     DemoSwitchedOn,
     Boot,
@@ -33,8 +35,8 @@ enum class RunPhase {
 void runRecordExpectBoot();
 // A run starts; while one is open this changes nothing.
 void runRecordBegin(RunTrigger why);
-// The run's state mode changes (0 no run ... 5 starting the demonstration).
-void runRecordMode(int from, int to);
+// The run's state mode changes to `to`.
+void runRecordMode(DownloadStateMode to);
 // Phases the state mode doesn't show.
 void runRecordPhase(RunPhase phase);
 // The install walk asks the store about the package at `offset` of `count`.
