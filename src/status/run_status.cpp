@@ -28,6 +28,12 @@ std::string replyFor(const std::string &record, bool running) {
     return reply + "}";
 }
 
+// The last ended run's record, or "" before the first.
+std::string lastRecord() {
+    std::vector<std::string> history = runHistoryLoad();
+    return history.empty() ? "" : history.back();
+}
+
 void drop(size_t index) {
     Subscriber gone = s_subscribers[index];
     s_subscribers.erase(s_subscribers.begin() + static_cast<long>(index));
@@ -80,11 +86,7 @@ bool runStatus(BusHandle *handle, BusMessage *message, void *) {
         return true;
     }
     bool running = runRecordIsOpen();
-    std::string record = runRecordCurrentJson();
-    if (!running) {
-        std::vector<std::string> history = runHistoryLoad();
-        record = history.empty() ? "" : history.back();
-    }
+    std::string record = running ? runRecordCurrentJson() : lastRecord();
     // A subscription taken between runs follows the next one.
     if (!replyToMessage(handle, message, replyFor(record, running).c_str(), self) || !subscribe)
         return true;
@@ -105,7 +107,6 @@ void runStatusChanged(const std::string &record, bool ended) {
 void runStatusRelease() {
     if (s_subscribers.empty())
         return;
-    std::vector<std::string> history = runHistoryLoad();
-    sendToAll(replyFor(history.empty() ? "" : history.back(), false));
+    sendToAll(replyFor(lastRecord(), false));
     dropAll();
 }
